@@ -1,0 +1,139 @@
+#include "cli/CommandLine.h"
+
+#include <string_view>
+#include <utility>
+
+#include "config/BuildConstants.h"
+#include "platform/Stdio.h"
+#include "platform/Text.h"
+#include "server/Server.h"
+#include "server/Version.h"
+
+namespace velta {
+namespace {
+
+constexpr int kStandardInput = 0;
+constexpr int kStandardOutput = 1;
+constexpr int kStandardError = 2;
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kRefused = 2;
+
+constexpr std::string_view kClientPrefix = "--client=";
+
+std::string versionLine() { return "velta-mcp " + std::string(kVersion); }
+
+std::string usage() {
+  std::string text = versionLine();
+  text +=
+      ": Velta's meeting notes as MCP tools over stdio\n"
+      "\n"
+      "  velta-mcp [--client NAME] [--admin-stats] [--no-reindex]   serve (an AI client launches "
+      "this)\n"
+      "  velta-mcp connect | status | disconnect                     connection key for web "
+      "meetings\n"
+      "  velta-mcp --version\n"
+      "\n"
+      "Register in Claude Code:   claude mcp add -s user velta -- "
+      "/Applications/Velta.app/Contents/MacOS/velta-mcp --client claude-code\n"
+      "Data home: ~/Library/Application Support/MeetingNotes (MEETING_NOTES_HOME overrides). "
+      "Details: mcp/README.md, section ";
+  text += kReadmeSection;
+  return text;
+}
+
+std::string unknownArguments(const std::vector<std::string>& unknown) {
+  std::string text = "velta-mcp: unknown argument";
+  for (const std::string& argument : unknown) text.append(" ").append(argument);
+  return text + ". Next step: see velta-mcp --help";
+}
+
+std::string httpRefusal() {
+  std::string text = "velta-mcp: --http (Streamable HTTP for Dify) is not part of the ";
+  text += kServerWord;
+  return text + " server; use stdio, or the Python server in mcp/ for HTTP. Next step: drop --http";
+}
+
+std::string actionNotBuiltYet(const std::string& action) {
+  return "velta-mcp: " + action +
+         " is not part of this version yet. Next step: use the meetings of this computer, or "
+         "update velta-mcp";
+}
+
+// Says `text` with one write and returns the exit status.
+int say(int descriptor, std::string text, int status) {
+  text += '\n';
+  writeAll(descriptor, text);  // nobody is left to tell when it fails
+  return status;
+}
+
+bool isAction(std::string_view argument) {
+  return argument == "connect" || argument == "status" || argument == "disconnect";
+}
+
+// Takes up an argument that stands for itself; anything else is unknown.
+void parseAlone(const std::string& argument, CLI::Options& options) {
+  if (argument.starts_with(kClientPrefix)) {
+    options.client = argument.substr(kClientPrefix.size());
+  } else if (argument == "--admin-stats") {
+    options.adminStats = true;
+  } else if (argument == "--no-reindex") {
+    options.reindex = false;
+  } else if (argument == "--http") {
+    options.http = true;
+  } else if (argument == "--version" || argument == "-V") {
+    options.version = true;
+  } else if (argument == "--help" || argument == "-h") {
+    options.help = true;
+  } else if (isAction(argument)) {
+    options.action = argument;
+  } else {
+    options.unknown.push_back(argument);
+  }
+}
+
+int serve(CLI::Options options, Config config) {
+  PatientWriter diagnostics(kStandardError);
+  Server server({.config = std::move(config),
+                 .client = std::move(options.client),
+                 .adminStats = options.adminStats,
+                 .diagnose = [&](std::string_view line) { diagnostics.write(line); }});
+  server.start(options.reindex);
+  server.run(kStandardInput, kStandardOutput);
+  return kDone;
+}
+
+}  // namespace
+
+CLI::Options CLI::parse(const std::vector<std::string>& arguments) {
+  Options options;
+  for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
+    // Of an HTTP server's arguments these two are swallowed with their values, on purpose: a client
+    // that passes them by habit is served all the same.
+    const bool swallowed = *argument == "--port" || *argument == "--allow-host";
+    if (!swallowed && *argument != "--client") {
+      parseAlone(*argument, options);
+      continue;
+    }
+    const auto value = std::next(argument);
+    const bool hasValue = value != arguments.end();
+    if (!swallowed) options.client = hasValue ? std::optional(*value) : std::nullopt;
+    if (hasValue) argument = value;
+  }
+  return options;
+}
+
+int runCommandLine(const std::vector<std::string>& arguments, Environment environment) {
+  ignoreBrokenPipes();
+  CLI::Options options = CLI::parse(arguments);
+  if (options.help) return say(kStandardOutput, usage(), kDone);
+  if (options.version) return say(kStandardOutput, versionLine(), kDone);
+  if (!options.unknown.empty())
+    return say(kStandardError, unknownArguments(options.unknown), kRefused);
+  if (options.action) return say(kStandardError, actionNotBuiltYet(*options.action), kFailed);
+  if (options.http) return say(kStandardError, httpRefusal(), kRefused);
+  return serve(std::move(options), Config::fromEnvironment(std::move(environment)));
+}
+
+}  // namespace velta

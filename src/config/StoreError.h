@@ -1,0 +1,29 @@
+// StoreError: a failure that the caller of a tool reads. what() is the whole message.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace velta {
+
+class StoreError : public std::runtime_error {
+ public:
+  enum class Kind {
+    index,   // the index is missing or empty
+    lookup,  // no such meeting for this caller
+    value,   // the arguments cannot be served
+  };
+
+  static StoreError index(const std::string& message) { return {Kind::index, message}; }
+  static StoreError lookup(const std::string& message) { return {Kind::lookup, message}; }
+  static StoreError value(const std::string& message) { return {Kind::value, message}; }
+
+  Kind kind() const noexcept { return kind_; }
+
+ private:
+  StoreError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
+
+  Kind kind_;
+};
+
+}  // namespace velta

@@ -1,0 +1,72 @@
+#include "index/Index.h"
+
+#include <algorithm>
+#include <functional>
+#include <tuple>
+#include <utility>
+
+#include "index/SearchTexts.h"
+
+namespace velta {
+namespace {
+
+// Whether `a` comes before `b`, newest first. An absent date or start time is less than any text,
+// and so comes last.
+bool isNewer(const Index::Entry* a, const Index::Entry* b) {
+  return std::tie(b->meeting.date, b->meeting.startedAt, a->order) <
+         std::tie(a->meeting.date, a->meeting.startedAt, b->order);
+}
+
+}  // namespace
+
+Index::Index(const Config& config, Clock now)
+    : config_(config), now_(std::move(now)), sources_(config.userHome()) {}
+
+void Index::insert(Meeting meeting, const std::string& key, std::string visibility,
+                   std::vector<std::string> tags, double mtime) {
+  Entry entry = composeEntry(std::move(meeting));
+  entry.key = key;
+  entry.visibility = std::move(visibility);
+  entry.tags = std::move(tags);
+  entry.mtime = mtime;
+  put(std::move(entry));
+}
+
+const Index::Entry* Index::find(const std::string& id) const {
+  const auto found = entries_.find(id);
+  return found == entries_.end() ? nullptr : &found->second;
+}
+
+const std::vector<const Index::Entry*>& Index::newestFirst() const {
+  if (!newestFirstValid_) {
+    newestFirst_.clear();
+    for (const auto& [id, entry] : entries_) newestFirst_.push_back(&entry);
+    std::ranges::sort(newestFirst_, isNewer);
+    newestFirstValid_ = true;
+  }
+  return newestFirst_;
+}
+
+Index::Entry Index::composeEntry(Meeting meeting) {
+  Entry entry;
+  entry.meeting = std::move(meeting);
+  entry.bodyLower = bodyLowerOf(entry.meeting);
+  entry.peopleLower = peopleLowerOf(entry.meeting);
+  entry.noteTexts = noteTextsOf(entry.meeting);
+  return entry;
+}
+
+void Index::put(Entry entry) {
+  const std::string id = entry.meeting.id;
+  if (const auto old = entries_.find(id); old != entries_.end()) byKey_.erase(old->second.key);
+  // The file at this key now holds another meeting than before.
+  if (const auto other = byKey_.find(entry.key); other != byKey_.end()) {
+    entries_.erase(other->second);
+  }
+  entry.order = ++nextOrder_;
+  byKey_[entry.key] = id;
+  entries_[id] = std::move(entry);
+  newestFirstValid_ = false;
+}
+
+}  // namespace velta

@@ -1,0 +1,122 @@
+// Index: every meeting the server can show, held in memory with what the tools search.
+//
+// Invariants
+//  - byKey()[e.key] == e.meeting.id for every entry e, and byKey() holds nothing else.
+//  - order only grows: a meeting that is read again moves to the end.
+//  - Of two file sets with one meeting id the later listed is served; the other waits, unread, and
+//    comes back in the refresh in which the winner goes.
+//  - An entry whose file stops parsing stays as it was last read, but its visibility and tags
+//    always follow the configuration: nothing stays wider than configured.
+// One thread at a time; a refresh reads files on a small pool of threads of its own.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "config/Config.h"
+#include "json/JSON.h"
+#include "meetings/Meeting.h"
+#include "meetings/Sources.h"
+#include "platform/Time.h"
+
+namespace velta {
+
+class Index {
+ public:
+  // A text of the written notes that search may find when transcripts are not searched.
+  struct NoteText {
+    std::string lineId;  // the section, or section + "-" + number for an item of a list
+    std::string section;
+    std::optional<double> t;             // seconds, where the item says so
+    std::optional<std::string> speaker;  // where the item says so
+    std::string text;
+  };
+
+  struct Entry {
+    Meeting meeting;
+    std::string visibility;         // effective: "private", "work" or "shared"
+    std::vector<std::string> tags;  // effective
+    std::string key;                // key path under which it was listed
+    double mtime = 0;               // of its file set, seconds since the epoch
+    std::uint64_t order = 0;        // larger: inserted or read again later
+
+    // What is searched. Lines, speakers and digest texts are searched in place, folded as they are
+    // compared (FoldedText.h); these are composed, and so kept lowered.
+    std::string bodyLower;    // title, verdict, notes and digest texts, joined by line feeds
+    std::string peopleLower;  // the people as compact JSON text
+    std::vector<NoteText> noteTexts;
+  };
+
+  // The outcome of one refresh.
+  struct BuildResult {
+    std::size_t meetings = 0;  // meetings in the index
+    std::size_t lines = 0;     // transcript lines in the index
+    std::size_t changed = 0;   // meetings read anew
+    std::size_t removed = 0;   // entries dropped
+    std::vector<std::pair<std::string, std::size_t>>
+        perSource;                    // label and count, first seen first
+    std::vector<std::string> errors;  // one a failed source or file set
+    JSONObject cloud;                 // status of the web meetings; empty when there is none
+  };
+
+  // `config` must outlive the index.
+  Index(const Config& config, Clock now);
+
+  // Brings the index up to date with sources and configuration. Reads again what changed, or all of
+  // it when `force` or when the configuration changed in what shapes the index. Without `config`
+  // the configuration file is loaded, a default written. Never throws for what files hold.
+  BuildResult refresh(bool force, const JSONObject* config = nullptr);
+
+  // Adds the meeting or replaces the one with its id, under `key`.
+  void insert(Meeting meeting, const std::string& key, std::string visibility,
+              std::vector<std::string> tags, double mtime);
+
+  const std::unordered_map<std::string, Entry>& entries() const { return entries_; }
+  const std::unordered_map<std::string, std::string>& byKey() const { return byKey_; }
+  // The entry of a meeting id, null when there is none.
+  const Entry* find(const std::string& id) const;
+
+  // All entries, newest first: by date descending, undated last; on one date by start time
+  // descending, without one last; then by order. Valid until the next refresh or insert.
+  const std::vector<const Entry*>& newestFirst() const;
+
+  // When the last refresh finished; absent before the first.
+  const std::optional<Instant>& indexedAt() const { return indexedAt_; }
+  // Status of the last merge of web meetings.
+  const std::optional<JSONObject>& cloudStatus() const { return cloudStatus_; }
+
+ private:
+  class Refresh;  // one run of refresh()
+
+  // What is remembered of a listed file set, so that it is not read again while it is unchanged;
+  // also of one that waits.
+  struct Known {
+    std::string id;  // of the meeting that it holds
+    Sources::FileSet files;
+  };
+
+  // The entry of a meeting with its search texts, not yet in the index.
+  static Entry composeEntry(Meeting meeting);
+  // Adds the entry or replaces the one with its id, under its key.
+  void put(Entry entry);
+
+  const Config& config_;
+  Clock now_;
+  Sources sources_;
+  std::unordered_map<std::string, Entry> entries_;      // by meeting id
+  std::unordered_map<std::string, std::string> byKey_;  // key path to meeting id
+  std::unordered_map<std::string, Known> known_;        // by key path
+  std::optional<Instant> indexedAt_;
+  std::optional<JSONObject> cloudStatus_;
+  std::optional<std::string> configHash_;  // fingerprint of what shaped the index
+  std::uint64_t nextOrder_ = 0;
+  mutable std::vector<const Entry*> newestFirst_;  // sorted on demand
+  mutable bool newestFirstValid_ = false;
+};
+
+}  // namespace velta

@@ -1,0 +1,119 @@
+// Meeting: one meeting as every source gives it: a plain value; nothing in it refers to anything
+// else. Times are seconds from the start of the meeting; dates and timestamps stay text.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "json/JSON.h"
+#include "meetings/TextBlock.h"
+
+namespace velta {
+
+struct Meeting {
+  // One line of the transcript, as a value.
+  struct Line {
+    std::string id;  // what tools cite; see Transcript for lines that come without one
+    double tStart = 0;
+    std::optional<double> tEnd;
+    std::string speaker = "?";
+    std::string text;
+  };
+
+  // The transcript in columns: all texts in one block, and beside it the times and the speakers'
+  // numbers. A line costs some 30 bytes besides its text.
+  class Transcript {
+   public:
+    // Adds a line at the end. An empty id stands for "none given"; `settleIds` makes one then.
+    void append(std::string_view id, double tStart, std::optional<double> tEnd,
+                std::string_view speaker, std::string_view text);
+    // Drops all lines.
+    void clear();
+    // Makes every id unique and gives unused room back; call it once, after the last line. A line
+    // without an id gets "L" + its 1-based number; an id that is taken gets "-2", "-3", …; ids that
+    // were given win over made ones.
+    void settleIds();
+    // The other way to finish: ids stay as they were given, repeated and empty ones included.
+    void keepIds();
+
+    std::size_t size() const { return texts_.size(); }
+    bool empty() const { return texts_.empty(); }
+
+    std::string id(std::size_t index) const;
+    double tStart(std::size_t index) const { return starts_[index]; }
+    std::optional<double> tEnd(std::size_t index) const;
+    std::string_view speaker(std::size_t index) const { return speakers_[speakerOf_[index]]; }
+    std::string_view text(std::size_t index) const { return texts_[index]; }
+    Line line(std::size_t index) const;
+
+    // The texts as one block to search in.
+    const TextBlock& texts() const { return texts_; }
+    // The distinct speakers in order of appearance, and which of them speaks a line.
+    const std::vector<std::string>& speakers() const { return speakers_; }
+    std::size_t speakerIndex(std::size_t index) const { return speakerOf_[index]; }
+
+   private:
+    // Lets a name be looked up without a string being made of it.
+    struct NameHash : std::hash<std::string_view> {
+      using is_transparent = void;
+    };
+
+    std::uint32_t speakerNumber(std::string_view speaker);
+    bool idsAreNumbers(bool emptyCounts) const;
+    bool idsAscend() const;
+    void finish();
+
+    TextBlock texts_;
+    std::vector<double> starts_;
+    std::vector<double> ends_;  // NaN: absent
+    std::vector<std::uint32_t> speakerOf_;
+    std::vector<std::string> speakers_;
+    // By name; empty once finished.
+    std::unordered_map<std::string, std::uint32_t, NameHash, std::equal_to<>> speakerNumbers_;
+    TextBlock ids_;  // as given until finished; empty then when every id is "L" + number
+  };
+
+  // One item of the written digest.
+  struct Digest {
+    std::string id;
+    std::string section;  // "decisions", a heading, …; empty when unknown
+    std::string text;
+    std::optional<double> t;  // seconds, when the item refers to a moment
+  };
+
+  std::string id;                        // unique within its source
+  std::string source;                    // "recordings", "imported", "legacy" or "cloud"
+  std::string title;                     // empty when unknown
+  std::optional<std::string> date;       // "yyyy-MM-dd"
+  std::optional<std::string> startedAt;  // ISO 8601, as written
+  std::optional<double> durationSec;
+  std::string verdict;             // one-line conclusion; empty when none
+  std::vector<JSONObject> people;  // one a participant, as the source gives them
+  JSONObject notes;                // structured notes, as the source gives them
+  Transcript lines;
+  std::vector<Digest> digest;
+  std::optional<std::string> visibilityHint;  // suggestion of the source; the index decides
+  std::vector<std::string> tags;
+  std::vector<std::string> files;      // paths of the files that the meeting was read from
+  std::optional<std::string> cloudId;  // UUID in the web service, lower case
+  std::optional<std::string> status;   // processing status, when not finished
+
+  // The meeting of a canonical JSON object; absent when `value` is not an object or has no string
+  // "id" and "source". Malformed lines and digest items are dropped one by one.
+  static std::optional<Meeting> fromJSON(const JSON& value);
+
+  // The canonical form: the keys that fromJSON reads, absent optionals left out.
+  JSONObject toJSON() const;
+};
+
+// The elements of an array that are strings, or objects, in order; none for a null pointer.
+std::vector<std::string> stringElements(const JSON::Array* array);
+std::vector<JSONObject> objectElements(const JSON::Array* array);
+
+}  // namespace velta

@@ -1,0 +1,120 @@
+#include "meetings/Sources.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "json/JSONParser.h"
+#include "meetings/LegacyReader.h"
+#include "meetings/RecordingReader.h"
+#include "platform/Files.h"
+
+namespace velta {
+namespace {
+
+std::string missingGlob(const std::string& kind) { return "source " + kind + " has no glob"; }
+
+constexpr const char* kMissingPath = "source legacy has no path";
+
+std::string unknownKind(const std::string& kind) {
+  return "unknown source type '" + kind + "'; use recordings, imported or legacy";
+}
+
+std::string kindOf(const JSONObject& source) {
+  return std::string(source.getString("type").value_or(""));
+}
+
+bool isRecordingKind(std::string_view kind) { return kind == "recordings" || kind == "imported"; }
+
+// A file set with its main file. That glob found it says that it belongs in the list, readable or
+// not: what is wrong with it comes out when it is read.
+Sources::FileSet startFileSet(const std::string& mainPath) {
+  Sources::FileSet set;
+  set.keyPath = mainPath;
+  set.files = {mainPath};
+  if (const auto status = fileStatus(mainPath)) set.modified = status->modified;
+  return set;
+}
+
+// Adds the file at `path` when there is one.
+void addFile(Sources::FileSet& set, std::string path) {
+  const auto status = fileStatus(path);
+  if (!status || status->isDirectory) return;
+  set.files.push_back(std::move(path));
+  set.modified = std::max(set.modified, status->modified);
+}
+
+std::string beside(const std::string& path, std::string_view name) {
+  return joinPath(parentPath(path), name);
+}
+
+Sources::FileSet listRecording(const std::string& mainPath) {
+  Sources::FileSet set = startFileSet(mainPath);
+  addFile(set, beside(mainPath, "session.json"));
+  if (const auto upload = fileStatus(uploadFile(mainPath))) set.uploadModified = upload->modified;
+  return set;
+}
+
+}  // namespace
+
+std::vector<std::string> Sources::globFiles(std::string_view pattern) const {
+  return globPaths(expandTilde(pattern, escapeForGlob(userHome_)));
+}
+
+std::vector<Sources::FileSet> Sources::listSource(const JSONObject& source) {
+  const std::string kind = kindOf(source);
+  if (isRecordingKind(kind)) return listRecordings(source, kind);
+  if (kind == "legacy") return listLegacy(source);
+  throw ReadError(unknownKind(kind));
+}
+
+std::vector<Sources::FileSet> Sources::listRecordings(const JSONObject& source,
+                                                      const std::string& kind) const {
+  const auto pattern = source.getString("glob");
+  if (!pattern) throw ReadError(missingGlob(kind));
+  std::vector<FileSet> sets;
+  for (const auto& path : globFiles(*pattern)) sets.push_back(listRecording(path));
+  return sets;
+}
+
+std::vector<Sources::FileSet> Sources::listLegacy(const JSONObject& source) {
+  const auto path = source.getString("path");
+  if (!path) throw ReadError(kMissingPath);
+  const std::string root = escapeForGlob(expandTilde(*path, userHome_));
+  std::vector<FileSet> sets;
+  for (const auto& record : globPaths(joinPath(root, "records/*/meeting.json"))) {
+    FileSet set = startFileSet(record);
+    const auto digest = digestName(record, set.modified);
+    addFile(set, beside(record, kLegacyTranscript));
+    if (digest) addFile(set, beside(record, *digest));
+    sets.push_back(std::move(set));
+  }
+  return sets;
+}
+
+// The name of the digest note of a record. Parsing the record for it on every listing would be most
+// of the listing's work, so it is remembered until the record changes.
+std::optional<std::string> Sources::digestName(const std::string& record, double modified) {
+  const auto known = digestNames_.find(record);
+  if (known != digestNames_.end() && known->second.modified == modified) return known->second.name;
+  std::optional<std::string> name;
+  try {
+    const JSON value = parseJSON(readFile(record));
+    if (const JSONObject* object = value.asObject()) name = legacyDigestName(*object);
+  } catch (const JSONParseError&) {
+    // Remembered like any other outcome: the same bytes will not parse next time either.
+  } catch (const std::system_error&) {
+    return std::nullopt;
+  }
+  digestNames_[record] = {modified, name};
+  return name;
+}
+
+Meeting Sources::readMeeting(const JSONObject& source, const FileSet& files, Instant now) {
+  const std::string kind = kindOf(source);
+  if (isRecordingKind(kind)) return readRecording(kind, files, now);
+  if (kind == "legacy") return readLegacy(files, now);
+  throw ReadError(unknownKind(kind));
+}
+
+}  // namespace velta

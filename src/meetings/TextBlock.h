@@ -1,0 +1,40 @@
+// TextBlock: many short texts in one piece of memory, each followed by a line feed, so that a
+// search runs over one block and memory holds every text once.
+//
+// Offsets are bytes. A text may hold line feeds itself; the offsets, not the line feeds, separate.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velta {
+
+class TextBlock {
+ public:
+  // A block holds at most 4 GiB; append throws std::length_error beyond.
+  void append(std::string_view text);
+  void clear();
+  // Gives unused room back; call it once, after the last append.
+  void shrinkToFit();
+
+  std::size_t size() const { return ends_.size(); }
+  bool empty() const { return ends_.empty(); }
+
+  // Text number `index`, without its line feed.
+  std::string_view operator[](std::size_t index) const;
+  // All texts, each with its line feed.
+  std::string_view bytes() const { return bytes_; }
+  // Offset of the first byte of text number `index` in bytes(); `index` may be size().
+  std::size_t begin(std::size_t index) const { return index == 0 ? 0 : ends_[index - 1]; }
+  // Number of the text that holds the byte at `offset`.
+  std::size_t textAt(std::size_t offset) const;
+
+ private:
+  std::string bytes_;
+  std::vector<std::uint32_t> ends_;  // end of every text, its line feed included
+};
+
+}  // namespace velta

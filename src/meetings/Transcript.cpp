@@ -1,0 +1,155 @@
+// The transcript of a meeting in columns.
+#include <cmath>
+#include <limits>
+#include <unordered_set>
+
+#include "meetings/Meeting.h"
+
+namespace velta {
+namespace {
+
+constexpr double kAbsent = std::numeric_limits<double>::quiet_NaN();
+
+std::string numberedId(std::size_t index) { return std::string("L") + std::to_string(index + 1); }
+
+// Whether `id` is numberedId(index), without making that string.
+bool isNumberedId(std::string_view id, std::size_t index) {
+  if (!id.starts_with('L')) return false;
+  std::size_t rest = index + 1;
+  for (std::size_t at = id.size(); at > 1; --at) {
+    if (id[at - 1] != static_cast<char>('0' + rest % 10)) return false;
+    rest /= 10;
+    if (rest == 0) return at == 2;
+  }
+  return false;
+}
+
+// Hands out ids of one meeting, every one once.
+class IdRegister {
+ public:
+  // Whether `id` was free; it is taken now.
+  bool claim(const std::string& id) { return taken_.insert(id).second; }
+
+  // `wanted` when free, else the first free one of `wanted`-2, `wanted`-3, …
+  std::string claimSuffixed(const std::string& wanted) {
+    if (claim(wanted)) return wanted;
+    // Remembered, so that many lines with one id cost linear time.
+    std::size_t& suffix = suffixes_.try_emplace(wanted, 2).first->second;
+    for (;;) {
+      std::string id = wanted + "-" + std::to_string(suffix++);
+      if (claim(id)) return id;
+    }
+  }
+
+ private:
+  std::unordered_set<std::string> taken_;
+  std::unordered_map<std::string, std::size_t> suffixes_;  // the next to try, by id
+};
+
+// `given` with every id unique and none empty: the first line with an id keeps it, then the later
+// ones with the same id and last the lines without any get one that is free.
+std::vector<std::string> uniqueIds(const TextBlock& given) {
+  IdRegister ids;
+  std::vector<std::string> result(given.size());
+  for (std::size_t i = 0; i < given.size(); ++i) {
+    const std::string id(given[i]);
+    if (!id.empty() && ids.claim(id)) result[i] = id;
+  }
+  for (std::size_t i = 0; i < given.size(); ++i) {
+    if (result[i].empty() && !given[i].empty())
+      result[i] = ids.claimSuffixed(std::string(given[i]));
+  }
+  for (std::size_t i = 0; i < given.size(); ++i) {
+    if (result[i].empty()) result[i] = ids.claimSuffixed(numberedId(i));
+  }
+  return result;
+}
+
+// A total order in which counters ascend even without leading zeros ("s9" before "s10").
+bool comesBefore(std::string_view a, std::string_view b) {
+  return a.size() != b.size() ? a.size() < b.size() : a < b;
+}
+
+}  // namespace
+
+void Meeting::Transcript::append(std::string_view id, double tStart, std::optional<double> tEnd,
+                                 std::string_view speaker, std::string_view text) {
+  texts_.append(text);
+  ids_.append(id);
+  starts_.push_back(tStart);
+  ends_.push_back(tEnd.value_or(kAbsent));
+  speakerOf_.push_back(speakerNumber(speaker));
+}
+
+std::uint32_t Meeting::Transcript::speakerNumber(std::string_view speaker) {
+  if (!speakerOf_.empty() && speakers_[speakerOf_.back()] == speaker) return speakerOf_.back();
+  const auto known = speakerNumbers_.find(speaker);
+  if (known != speakerNumbers_.end()) return known->second;
+  const auto number = static_cast<std::uint32_t>(speakers_.size());
+  speakers_.emplace_back(speaker);
+  speakerNumbers_.emplace(speaker, number);
+  return number;
+}
+
+void Meeting::Transcript::clear() { *this = Transcript(); }
+
+// Whether every id is "L" + its number, in which case none is stored; with `emptyCounts` a line
+// without an id counts as having that one.
+bool Meeting::Transcript::idsAreNumbers(bool emptyCounts) const {
+  for (std::size_t i = 0; i < ids_.size(); ++i) {
+    if (ids_[i].empty() ? !emptyCounts : !isNumberedId(ids_[i], i)) return false;
+  }
+  return true;
+}
+
+// Whether the ids are all there and ascend, as counters do: then they are unique, and the far more
+// costly look at a set of them is spared.
+bool Meeting::Transcript::idsAscend() const {
+  if (ids_.empty() || ids_[0].empty()) return false;
+  for (std::size_t i = 1; i < ids_.size(); ++i) {
+    if (!comesBefore(ids_[i - 1], ids_[i])) return false;
+  }
+  return true;
+}
+
+void Meeting::Transcript::settleIds() {
+  if (idsAreNumbers(true)) {
+    ids_ = TextBlock();
+  } else if (!idsAscend()) {
+    const std::vector<std::string> unique = uniqueIds(ids_);
+    ids_.clear();
+    for (const auto& id : unique) ids_.append(id);
+  }
+  finish();
+}
+
+void Meeting::Transcript::keepIds() {
+  if (idsAreNumbers(false)) ids_ = TextBlock();
+  finish();
+}
+
+void Meeting::Transcript::finish() {
+  speakerNumbers_ = {};
+  texts_.shrinkToFit();
+  ids_.shrinkToFit();
+  starts_.shrink_to_fit();
+  ends_.shrink_to_fit();
+  speakerOf_.shrink_to_fit();
+  speakers_.shrink_to_fit();
+}
+
+std::string Meeting::Transcript::id(std::size_t index) const {
+  return ids_.empty() ? numberedId(index) : std::string(ids_[index]);
+}
+
+std::optional<double> Meeting::Transcript::tEnd(std::size_t index) const {
+  if (std::isnan(ends_[index])) return std::nullopt;
+  return ends_[index];
+}
+
+Meeting::Line Meeting::Transcript::line(std::size_t index) const {
+  return {id(index), tStart(index), tEnd(index), std::string(speaker(index)),
+          std::string(text(index))};
+}
+
+}  // namespace velta

@@ -1,0 +1,265 @@
+#include "platform/Files.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <glob.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/Descriptor.h"
+#include "platform/Stdio.h"
+
+namespace velta {
+namespace {
+
+constexpr mode_t kNewFileMode = 0644;
+constexpr mode_t kNewDirectoryMode = 0755;
+constexpr mode_t kPermissionBits = 07777;
+constexpr int kMaxLinks = 32;  // as deep as a chain of symbolic links may go
+
+[[noreturn]] void fail(const char* operation, const std::string& path) {
+  throw std::system_error(errno, std::generic_category(), std::string(operation) + " " + path);
+}
+
+double secondsOf(const struct stat& info) {
+#ifdef __APPLE__
+  const timespec& time = info.st_mtimespec;
+#else
+  const timespec& time = info.st_mtim;
+#endif
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+Descriptor openFile(const std::string& path, int flags, mode_t mode = 0) {
+  int descriptor = -1;
+  do {
+    descriptor = ::open(path.c_str(), flags | O_CLOEXEC, mode);
+  } while (descriptor < 0 && errno == EINTR);
+  return Descriptor(descriptor);
+}
+
+// The file that a write to `path` means: symbolic links followed, a dangling one to its target.
+std::string linkTarget(std::string path) {
+  for (int hop = 0; hop < kMaxLinks; ++hop) {
+    char target[4096];
+    const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+    if (length < 0) return path;
+    const std::string_view text(target, static_cast<std::size_t>(length));
+    path = text.starts_with('/') ? std::string(text) : joinPath(parentPath(path), text);
+  }
+  errno = ELOOP;
+  fail("follow", path);
+}
+
+// A file that is removed unless it was kept.
+class TemporaryFile {
+ public:
+  // Created exclusively beside `target`, with exactly `permissions`, or with 0644 less the umask.
+  TemporaryFile(const std::string& target, std::optional<mode_t> permissions) {
+    static std::atomic<unsigned> counter{0};
+    const std::string stem =
+        joinPath(parentPath(target), ".velta-" + std::to_string(::getpid()) + "-" +
+                                         std::to_string(counter.fetch_add(1)));
+    for (unsigned attempt = 0; !descriptor_; ++attempt) {
+      path_ = stem + "-" + std::to_string(attempt) + ".tmp";
+      descriptor_ =
+          openFile(path_, O_WRONLY | O_CREAT | O_EXCL, permissions.value_or(kNewFileMode));
+      if (!descriptor_ && errno != EEXIST) fail("create", path_);
+    }
+    // The umask may have taken bits that were asked for.
+    if (permissions && ::fchmod(descriptor_.get(), *permissions) != 0) {
+      const int cause = errno;
+      ::unlink(path_.c_str());
+      errno = cause;
+      fail("set permissions of", path_);
+    }
+  }
+  ~TemporaryFile() {
+    if (!path_.empty()) ::unlink(path_.c_str());
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  void write(std::string_view bytes) {
+    if (!writeAll(descriptor_.get(), bytes)) fail("write", path_);
+    if (::fsync(descriptor_.get()) != 0) fail("fsync", path_);
+  }
+
+  void moveTo(const std::string& target) {
+    descriptor_.reset();
+    if (::rename(path_.c_str(), target.c_str()) != 0) fail("replace", target);
+    path_.clear();
+  }
+
+ private:
+  std::string path_;  // empty once moved
+  Descriptor descriptor_;
+};
+
+// Makes a rename in `directory` durable. The new content is in place already, so a file system that
+// cannot sync directories is no failure.
+void syncDirectory(const std::string& directory) {
+  if (const Descriptor descriptor = openFile(directory, O_RDONLY | O_DIRECTORY)) {
+    ::fsync(descriptor.get());
+  }
+}
+
+std::optional<std::string> homeOfUser(const std::string& name) {
+  const passwd* entry = ::getpwnam(name.c_str());
+  if (entry == nullptr || entry->pw_dir == nullptr) return std::nullopt;
+  return std::string(entry->pw_dir);
+}
+
+}  // namespace
+
+std::optional<FileStatus> fileStatus(const std::string& path) {
+  struct stat info = {};
+  if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+  return FileStatus{secondsOf(info), S_ISDIR(info.st_mode), info.st_mode & kPermissionBits};
+}
+
+std::string readFile(const std::string& path) {
+  std::string bytes;
+  readFile(path, bytes);
+  return bytes;
+}
+
+void readFile(const std::string& path, std::string& buffer) {
+  buffer.clear();
+  const Descriptor descriptor = openFile(path, O_RDONLY);
+  if (!descriptor) fail("open", path);
+  struct stat info = {};
+  if (::fstat(descriptor.get(), &info) != 0) fail("look at", path);
+  // One byte more than the size, so that the read that fills it also shows the end.
+  buffer.resize(static_cast<std::size_t>(std::max<off_t>(info.st_size, 0)) + 1);
+  std::size_t filled = 0;
+  while (true) {
+    if (filled == buffer.size()) buffer.resize(std::max<std::size_t>(2 * filled, 4096));
+    const ssize_t count = ::read(descriptor.get(), buffer.data() + filled, buffer.size() - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) {
+      buffer.clear();
+      fail("read", path);
+    }
+    if (count == 0) break;
+    filled += static_cast<std::size_t>(count);
+  }
+  buffer.resize(filled);
+}
+
+void createDirectories(const std::string& path) {
+  if (::mkdir(path.c_str(), kNewDirectoryMode) == 0) return;
+  if (errno == ENOENT) {
+    createDirectories(parentPath(path));
+    if (::mkdir(path.c_str(), kNewDirectoryMode) == 0) return;
+  }
+  if (errno == EEXIST) {
+    const auto status = fileStatus(path);
+    if (status && status->isDirectory) return;
+    errno = ENOTDIR;
+  }
+  fail("create directory", path);
+}
+
+void writeFileAtomically(const std::string& path, std::string_view bytes,
+                         std::optional<mode_t> permissions) {
+  const std::string target = linkTarget(path);
+  const std::string directory = parentPath(target);
+  createDirectories(directory);
+  if (!permissions) {
+    if (const auto old = fileStatus(target)) permissions = old->permissions;
+  }
+  TemporaryFile temporary(target, permissions);
+  temporary.write(bytes);
+  temporary.moveTo(target);
+  syncDirectory(directory);
+}
+
+void appendToFile(const std::string& path, std::string_view bytes, mode_t permissions) {
+  const Descriptor descriptor = openFile(path, O_WRONLY | O_APPEND | O_CREAT, permissions);
+  if (!descriptor) fail("open", path);
+  ssize_t count = 0;
+  do {
+    count = ::write(descriptor.get(), bytes.data(), bytes.size());
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) fail("write", path);
+  if (static_cast<std::size_t>(count) != bytes.size()) {
+    errno = ENOSPC;  // a short write to a file: the device is full or a limit was reached
+    fail("write", path);
+  }
+}
+
+std::vector<std::string> globPaths(const std::string& pattern) {
+  glob_t found = {};
+  std::vector<std::string> paths;
+  if (::glob(pattern.c_str(), 0, nullptr, &found) == 0) {
+    paths.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+  }
+  ::globfree(&found);
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+std::string escapeForGlob(std::string_view text) {
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (const char c : text) {
+    if (c == '*' || c == '?' || c == '[' || c == '\\') escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
+}
+
+std::string homeDirectory(const std::map<std::string, std::string>& environment) {
+  const auto home = environment.find("HOME");
+  if (home != environment.end() && !home->second.empty()) return home->second;
+  const passwd* entry = ::getpwuid(::getuid());
+  if (entry != nullptr && entry->pw_dir != nullptr) return entry->pw_dir;
+  return "/";
+}
+
+std::string expandTilde(std::string_view path, const std::string& home) {
+  if (!path.starts_with('~')) return std::string(path);
+  const std::size_t slash = std::min(path.find('/'), path.size());
+  const std::string_view rest = path.substr(slash);
+  if (slash == 1) return home + std::string(rest);
+  const auto other = homeOfUser(std::string(path.substr(1, slash - 1)));
+  return other ? *other + std::string(rest) : std::string(path);
+}
+
+std::string absolutePath(std::string_view path) {
+  std::string absolute(path);
+  if (!path.starts_with('/')) {
+    char* current = ::getcwd(nullptr, 0);
+    absolute = joinPath(current != nullptr ? current : "/", path);
+    std::free(current);  // NOLINT(cppcoreguidelines-no-malloc): getcwd(3) allocates with malloc
+  }
+  while (absolute.size() > 1 && absolute.ends_with('/')) absolute.pop_back();
+  return absolute;
+}
+
+std::string joinPath(std::string_view directory, std::string_view name) {
+  std::string path(directory);
+  if (!path.ends_with('/')) path += '/';
+  path += name;
+  return path;
+}
+
+std::string parentPath(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return ".";
+  return std::string(path.substr(0, std::max<std::size_t>(slash, 1)));
+}
+
+std::string lastComponent(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+}  // namespace velta

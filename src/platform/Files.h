@@ -1,0 +1,79 @@
+// Files: the file system as this program uses it, over POSIX.
+//
+// Functions that write throw std::system_error, whose code carries errno and whose what() names
+// the operation and the path. Functions that look (status, glob) never throw: what cannot be seen
+// is absent. Paths are UTF-8 bytes, handed to the system as they are.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace velta {
+
+// What stat(2) tells about a path; symbolic links are followed.
+struct FileStatus {
+  double modified = 0;  // seconds since the epoch, to the nanosecond as far as a double holds
+  bool isDirectory = false;
+  mode_t permissions = 0;  // the low twelve mode bits
+};
+
+// Status of `path`, absent when nothing is there or it cannot be looked at.
+std::optional<FileStatus> fileStatus(const std::string& path);
+
+// The whole content of a regular file (or of anything read(2) takes). Throws std::system_error.
+std::string readFile(const std::string& path);
+
+// The same into `buffer`, whose capacity is reused; its old content is gone either way.
+// Throws std::system_error.
+void readFile(const std::string& path, std::string& buffer);
+
+// Creates `path` and missing parents, like mkdir -p. Throws std::system_error.
+void createDirectories(const std::string& path);
+
+// Replaces the content of `path` so that a reader, and a crash at any moment, sees the old bytes
+// or the new ones: a temporary sibling is created exclusively with its final permissions, written,
+// fsync'ed, renamed over the target, and the directory fsync'ed. A symbolic link at `path` is
+// followed, so a linked file stays linked. The parent directory is created when missing. Without
+// `permissions` the old file's are kept, or 0644 less the umask for a new one. On failure the
+// temporary file is removed and the old file untouched. Throws std::system_error.
+void writeFileAtomically(const std::string& path, std::string_view bytes,
+                         std::optional<mode_t> permissions = std::nullopt);
+
+// Appends `bytes` with one write(2) to a descriptor opened with O_APPEND, so that appends of
+// several processes never mix; creates the file with `permissions`. Throws std::system_error.
+void appendToFile(const std::string& path, std::string_view bytes, mode_t permissions);
+
+// Paths that glob(3) finds for `pattern`, without flags, sorted by bytes. No match and every error
+// give an empty list.
+std::vector<std::string> globPaths(const std::string& pattern);
+
+// `text` with a backslash before every character that glob(3) treats specially.
+std::string escapeForGlob(std::string_view text);
+
+// Home directory of the user: HOME of `environment` when set and not empty, else the password
+// database, else "/".
+std::string homeDirectory(const std::map<std::string, std::string>& environment);
+
+// `path` with a leading "~" (alone or before "/") replaced by `home`, and a leading "~name" by that
+// user's home directory when there is such a user. Anything else comes back unchanged.
+std::string expandTilde(std::string_view path, const std::string& home);
+
+// `path` made absolute against the current directory, without trailing slashes ("/" stays).
+std::string absolutePath(std::string_view path);
+
+// `directory` and `name` joined with one "/".
+std::string joinPath(std::string_view directory, std::string_view name);
+
+// Everything before the last "/" ("/" for a path directly below the root, "." without any).
+std::string parentPath(std::string_view path);
+
+// Everything after the last "/".
+std::string lastComponent(std::string_view path);
+
+}  // namespace velta

@@ -1,0 +1,195 @@
+#include "server/Dispatch.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include "config/StoreError.h"
+#include "json/JSONWriter.h"
+#include "platform/Text.h"
+#include "server/Arguments.h"
+#include "store/Access.h"
+
+namespace velta {
+namespace {
+
+constexpr double kRefreshSeconds = 120;  // between two refreshes, where the user says nothing else
+
+constexpr std::string_view kToolsChanged =
+    R"({"jsonrpc":"2.0","method":"notifications/tools/list_changed"})";
+
+// What a handler gets.
+struct Call {
+  std::string_view tool;
+  Arguments arguments;
+  const AgentPermissions& permissions;
+};
+
+// Seconds that must pass between two refreshes; below 0 every call refreshes.
+double refreshInterval(const Config& config) {
+  const JSONObject file = config.loadConfigFile(/*writeDefault=*/false);
+  const JSONObject* cloud = file.getObject("cloud");
+  const double seconds = cloud ? cloud->getNumber("refresh_seconds").value_or(0) : 0;
+  return seconds == 0 ? kRefreshSeconds : seconds;
+}
+
+// Whether the index is younger than the interval. A clock that was set back makes it due.
+bool isFresh(const ServerState& state) {
+  if (!state.lastSynced) return false;
+  const double age = secondsSinceEpoch(state.now()) - secondsSinceEpoch(*state.lastSynced);
+  return age >= 0 && age < refreshInterval(state.config);
+}
+
+void refreshWhenDue(ServerState& state) {
+  if (isFresh(state)) return;
+  for (const std::string& error : state.refreshIndex().errors)
+    state.warnings.warn("could not index " + error);
+}
+
+// The access of a call that reads; the index is up to date afterwards.
+Access accessForReading(ServerState& state, const Call& call) {
+  refreshWhenDue(state);
+  return Access::forAgent(state.allowed, call.permissions, state.now());
+}
+
+JSONObject listMeetings(ServerState& state, const Call& call) {
+  const Access access = accessForReading(state, call);
+  const Arguments& arguments = call.arguments;
+  return state.store.listMeetings({.query = arguments.optionalFilter("query"),
+                                   .person = arguments.optionalFilter("person"),
+                                   .dateFrom = arguments.optionalFilter("date_from"),
+                                   .dateTo = arguments.optionalFilter("date_to"),
+                                   .limit = arguments.integer("limit", 20)},
+                                  access);
+}
+
+JSONObject searchTranscripts(ServerState& state, const Call& call) {
+  const Access access = accessForReading(state, call);
+  const Arguments& arguments = call.arguments;
+  return state.store.searchTranscripts(
+      {.query = arguments.requiredString("query"),
+       .speaker = arguments.optionalFilter("speaker"),
+       .dateFrom = arguments.optionalFilter("date_from"),
+       .dateTo = arguments.optionalFilter("date_to"),
+       .limit = arguments.integer("limit", 20),
+       .includeDigest = arguments.boolean("include_digest", true),
+       .readTranscripts = call.permissions.has("read_transcripts")},
+      access);
+}
+
+JSONObject notBuiltYet(ServerState&, const Call& call) {
+  throw StoreError::value(std::string(call.tool) +
+                          " is not part of this version yet. Next step: use list_meetings and "
+                          "search_transcripts, or update velta-mcp");
+}
+
+JSONObject adminStats(ServerState& state, const Call& call) {
+  if (!state.adminStats)
+    throw StoreError::value(std::string(call.tool) +
+                            " is not enabled on this server. It exists only when the server "
+                            "starts with --admin-stats");
+  return notBuiltYet(state, call);
+}
+
+struct Row {
+  std::string_view tool;
+  JSONObject (*handler)(ServerState&, const Call&);
+};
+
+constexpr Row kHandlers[] = {
+    {"list_meetings", listMeetings},
+    {"get_meeting", notBuiltYet},
+    {"search_transcripts", searchTranscripts},
+    {"get_transcript", notBuiltYet},
+    {"get_person", notBuiltYet},
+    {"process_recording", notBuiltYet},
+    {"get_job", notBuiltYet},
+    {"add_term", notBuiltYet},
+    {"velta_admin_stats", adminStats},
+};
+
+static_assert(std::ranges::equal(kHandlers, kToolNames, {}, &Row::tool),
+              "every tool has its handler, in catalogue order");
+
+const Row* handlerOf(std::string_view tool) {
+  const auto* row = std::ranges::find(kHandlers, tool, &Row::tool);
+  return row != std::end(kHandlers) ? row : nullptr;
+}
+
+// The "content" of a result that is one text.
+JSON::Array textContent(std::string_view text) {
+  JSONObject item;
+  item.set("text", text);
+  item.set("type", "text");
+  JSON::Array content;
+  content.emplace_back(std::move(item));
+  return content;
+}
+
+const JSONObject kNoArguments;
+
+}  // namespace
+
+JSONObject Dispatch::call(const JSONObject& params, std::vector<std::string>& queue) {
+  const std::string tool(params.getString("name").value_or(""));
+  const JSONObject* given = params.getObject("arguments");
+  const JSONObject& arguments = given ? *given : kNoArguments;
+
+  const AgentPermissions permissions = state_.agents.lookUp(state_.client);
+  const ToolNames visible = ToolSchemas::visible(permissions, state_.adminStats);
+  noticeChangedTools(visible, queue);
+
+  const Permission* needed = permissionForTool(tool);
+  if (needed && std::ranges::find(visible, tool) == visible.end())
+    return failed(tool, arguments, Agents::Outcome::denied, refusal(tool, *needed));
+
+  const Row* row = handlerOf(tool);
+  if (!row) return failed(tool, arguments, Agents::Outcome::error, "Unknown tool: " + tool);
+
+  try {
+    return succeeded(tool, arguments,
+                     row->handler(state_, {row->tool, Arguments(arguments), permissions}));
+  } catch (const std::exception& error) {
+    return failed(tool, arguments, Agents::Outcome::error,
+                  "Error executing tool " + tool + ": " + error.what());
+  }
+}
+
+void Dispatch::noticeChangedTools(const ToolNames& visible, std::vector<std::string>& queue) {
+  if (!state_.listed || *state_.listed == visible) return;
+  state_.listed.reset();
+  queue.emplace_back(kToolsChanged);
+}
+
+std::string Dispatch::refusal(std::string_view tool, const Permission& needed) const {
+  std::string message(tool);
+  message.append(" is turned off for agent '").append(state_.clientName());
+  message.append("': it needs the permission ").append(needed.name);
+  message.append(" (").append(needed.label);
+  message.append("). Next step: ask the user to turn it on for this agent in Velta settings ");
+  message.append("(agents.json at ").append(state_.config.agentsFile());
+  message.append("); do not retry until they do");
+  return message;
+}
+
+JSONObject Dispatch::succeeded(const std::string& tool, const JSONObject& arguments,
+                               JSONObject result) {
+  state_.agents.record(state_.client, tool, arguments, Agents::Outcome::ok);
+  // Set one by one: a braced list would copy the result, which may be large.
+  JSONObject envelope;
+  envelope.set("content", textContent(writeIndented(result, 2)));
+  envelope.set("isError", false);
+  envelope.set("structuredContent", std::move(result));
+  return envelope;
+}
+
+JSONObject Dispatch::failed(const std::string& tool, const JSONObject& arguments,
+                            Agents::Outcome outcome, std::string_view message) {
+  const std::string text = repairUTF8(message);  // paths in it may hold any bytes
+  state_.agents.record(state_.client, tool, arguments, outcome, text);
+  return {{"content", textContent(text)}, {"isError", true}};
+}
+
+}  // namespace velta

@@ -1,0 +1,132 @@
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "meetings/Meeting.h"
+
+namespace velta {
+namespace {
+
+using testing::ElementsAre;
+
+Meeting::Transcript withIds(const std::vector<std::string>& ids) {
+  Meeting::Transcript lines;
+  for (const auto& id : ids) lines.append(id, 0, std::nullopt, "?", "");
+  return lines;
+}
+
+std::vector<std::string> idsOf(const Meeting::Transcript& lines) {
+  std::vector<std::string> ids;
+  for (std::size_t i = 0; i < lines.size(); ++i) ids.push_back(lines.id(i));
+  return ids;
+}
+
+std::vector<std::string> settled(const std::vector<std::string>& ids) {
+  Meeting::Transcript lines = withIds(ids);
+  lines.settleIds();
+  return idsOf(lines);
+}
+
+TEST(Transcript, LinesWithoutIdsAreNumbered) {
+  EXPECT_THAT(settled({"", "", ""}), ElementsAre("L1", "L2", "L3"));
+}
+
+TEST(Transcript, GivenIdsStay) {
+  EXPECT_THAT(settled({"b", "a", "句"}), ElementsAre("b", "a", "句"));
+}
+
+TEST(Transcript, ALaterLineWithATakenIdGetsASuffix) {
+  EXPECT_THAT(settled({"a", "a", "b", "a"}), ElementsAre("a", "a-2", "b", "a-3"));
+}
+
+TEST(Transcript, GivenIdsWinOverMadeOnes) {
+  EXPECT_THAT(settled({"", "L1", ""}), ElementsAre("L1-2", "L1", "L3"));
+  EXPECT_THAT(settled({"", "L1", "L1-2"}), ElementsAre("L1-3", "L1", "L1-2"));
+  EXPECT_THAT(settled({"a", "a", "a-2"}), ElementsAre("a", "a-3", "a-2"));
+  EXPECT_THAT(settled({"L1", "", "", "L3"}), ElementsAre("L1", "L2", "L3-2", "L3"));
+}
+
+TEST(Transcript, AGivenNumberThatIsNotTheLinesOwnIsKept) {
+  EXPECT_THAT(settled({"L2", "L1"}), ElementsAre("L2", "L1"));
+  EXPECT_THAT(settled({"L01", "L", "L3"}), ElementsAre("L01", "L", "L3"));
+}
+
+TEST(Transcript, GivenNumbersMixWithMadeOnes) {
+  EXPECT_THAT(settled({"L1", "", "L3"}), ElementsAre("L1", "L2", "L3"));
+}
+
+TEST(Transcript, NumbersAreRightBeyondOneDigit) {
+  const std::vector<std::string> ids = settled(std::vector<std::string>(120));
+  EXPECT_EQ(ids[9], "L10");
+  EXPECT_EQ(ids[99], "L100");
+  std::vector<std::string> given;
+  for (int i = 1; i <= 120; ++i) given.push_back("L" + std::to_string(i));
+  EXPECT_EQ(settled(given), given);
+}
+
+TEST(Transcript, AscendingIdsAreKept) {
+  std::vector<std::string> given;
+  for (int i = 1; i <= 120; ++i) given.push_back("s" + std::to_string(i));
+  EXPECT_EQ(settled(given), given);
+}
+
+TEST(Transcript, ManyLinesWithOneIdAreSettledInLinearTime) {
+  const std::vector<std::string> ids = settled(std::vector<std::string>(100000, "a"));
+  EXPECT_EQ(ids.front(), "a");
+  EXPECT_EQ(ids.back(), "a-100000");
+}
+
+TEST(Transcript, KeepIdsLeavesRepeatedAndEmptyOnes) {
+  Meeting::Transcript lines = withIds({"a", "", "a"});
+  lines.keepIds();
+  EXPECT_THAT(idsOf(lines), ElementsAre("a", "", "a"));
+}
+
+TEST(Transcript, KeepIdsOfOneEmptyIdIsNotANumber) {
+  Meeting::Transcript lines = withIds({""});
+  lines.keepIds();
+  EXPECT_THAT(idsOf(lines), ElementsAre(""));
+}
+
+TEST(Transcript, SpeakersAreListedOnceInOrderOfAppearance) {
+  Meeting::Transcript lines;
+  for (const char* speaker : {"Amy", "小美", "Amy", "?", "小美"}) {
+    lines.append("", 1, 2, speaker, "text");
+  }
+  lines.settleIds();
+  EXPECT_THAT(lines.speakers(), ElementsAre("Amy", "小美", "?"));
+  EXPECT_EQ(lines.speakerIndex(2), 0U);
+  EXPECT_EQ(lines.speaker(4), "小美");
+}
+
+TEST(Transcript, ALineHasAllItsColumns) {
+  Meeting::Transcript lines;
+  lines.append("x", 1.5, 2.5, "Amy", "好的\nyes");
+  lines.append("", 3, std::nullopt, "Bo", "");
+  lines.settleIds();
+  const Meeting::Line first = lines.line(0);
+  EXPECT_EQ(first.id, "x");
+  EXPECT_EQ(first.tStart, 1.5);
+  EXPECT_EQ(first.tEnd, 2.5);
+  EXPECT_EQ(first.speaker, "Amy");
+  EXPECT_EQ(first.text, "好的\nyes");
+  EXPECT_EQ(lines.line(1).tEnd, std::nullopt);
+  EXPECT_EQ(lines.line(1).id, "L2");
+}
+
+TEST(Transcript, IsEmptyAfterClear) {
+  Meeting::Transcript lines = withIds({"a"});
+  lines.clear();
+  EXPECT_TRUE(lines.empty());
+  EXPECT_TRUE(lines.speakers().empty());
+  lines.append("", 0, std::nullopt, "Bo", "new");
+  lines.settleIds();
+  EXPECT_EQ(lines.speaker(0), "Bo");
+  EXPECT_EQ(lines.id(0), "L1");
+}
+
+}  // namespace
+}  // namespace velta

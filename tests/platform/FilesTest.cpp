@@ -1,0 +1,558 @@
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/Files.h"
+#include "support/TemporaryFolder.h"
+
+namespace velta {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+// errno of the failure of `action`, 0 when it does not fail.
+template <class Action>
+int failureOf(Action action) {
+  try {
+    action();
+  } catch (const std::system_error& error) {
+    return error.code().value();
+  }
+  return 0;
+}
+
+mode_t modeOf(const std::string& path) { return fileStatus(path).value().permissions; }
+
+// Runs `body` in a process of its own; its exit status, or -1 when a signal ended it.
+template <class Body>
+int statusInChild(Body body) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(body());
+  int status = 0;
+  if (::waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+class Umask {
+ public:
+  explicit Umask(mode_t mask) : old_(::umask(mask)) {}
+  ~Umask() { ::umask(old_); }
+  Umask(const Umask&) = delete;
+  Umask& operator=(const Umask&) = delete;
+
+ private:
+  mode_t old_;
+};
+
+// fileStatus
+
+TEST(FileStatus, NothingThereIsAbsent) {
+  const TemporaryFolder folder;
+  EXPECT_FALSE(fileStatus(folder.file("missing")));
+  EXPECT_FALSE(fileStatus(""));
+}
+
+TEST(FileStatus, FileBelowAFileIsAbsent) {
+  const TemporaryFolder folder;
+  EXPECT_FALSE(fileStatus(folder.write("file", "x") + "/below"));
+}
+
+TEST(FileStatus, TellsFilesFromFolders) {
+  const TemporaryFolder folder;
+  EXPECT_TRUE(fileStatus(folder.path()).value().isDirectory);
+  EXPECT_FALSE(fileStatus(folder.write("file", "x")).value().isDirectory);
+}
+
+TEST(FileStatus, SymbolicLinksAreFollowed) {
+  const TemporaryFolder folder;
+  fs::create_directory_symlink(folder.makeFolder("target"), folder.file("link"));
+  fs::create_symlink("nowhere", folder.file("dangling"));
+  EXPECT_TRUE(fileStatus(folder.file("link")).value().isDirectory);
+  EXPECT_FALSE(fileStatus(folder.file("dangling")));
+}
+
+TEST(FileStatus, ModificationTimeHasFractions) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "x");
+  const timespec times[2] = {{1700000000, 0}, {1700000000, 250000000}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  EXPECT_DOUBLE_EQ(fileStatus(path).value().modified, 1700000000.25);
+}
+
+TEST(FileStatus, PermissionsAreTheLowTwelveBits) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "x");
+  ASSERT_EQ(::chmod(path.c_str(), 01640), 0);
+  EXPECT_EQ(modeOf(path), 01640U);
+}
+
+// readFile
+
+TEST(ReadFile, GivesEveryByteBack) {
+  const TemporaryFolder folder;
+  const std::string bytes("a\0b\r\n\xFF", 6);
+  EXPECT_EQ(readFile(folder.write("file", bytes)), bytes);
+}
+
+TEST(ReadFile, EmptyFileIsEmptyText) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(readFile(folder.write("file", "")), "");
+}
+
+TEST(ReadFile, FolderFails) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(failureOf([&] { readFile(folder.path()); }), EISDIR);
+}
+
+TEST(ReadFile, MissingFileFailsAndNamesThePath) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("missing");
+  EXPECT_EQ(failureOf([&] { readFile(path); }), ENOENT);
+  try {
+    readFile(path);
+  } catch (const std::system_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr(path));
+  }
+}
+
+TEST(ReadFile, BufferLosesItsOldContent) {
+  const TemporaryFolder folder;
+  std::string buffer = "something longer than the file";
+  readFile(folder.write("file", "new"), buffer);
+  EXPECT_EQ(buffer, "new");
+  EXPECT_THROW(readFile(folder.path(), buffer), std::system_error);
+  EXPECT_EQ(buffer, "");
+}
+
+TEST(ReadFile, BufferKeepsItsRoomForTheNextFile) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("small", "small");
+  std::string buffer;
+  buffer.reserve(100000);
+  const char* const room = buffer.data();
+  readFile(path, buffer);
+  EXPECT_EQ(buffer.data(), room);
+}
+
+TEST(ReadFile, TakesNoMoreRoomThanTheFileNeeds) {
+  const TemporaryFolder folder;
+  const std::size_t size = 1'000'000;
+  const std::string text = readFile(folder.write("big", std::string(size, 'x')));
+  EXPECT_EQ(text.size(), size);
+  EXPECT_LT(text.capacity(), size + size / 2);
+}
+
+TEST(ReadFile, FileWithoutASizeIsReadToItsEnd) {
+  // /proc files say size 0 and hold text all the same.
+  if (!fileStatus("/proc/self/maps")) GTEST_SKIP() << "no /proc here";
+  EXPECT_GT(readFile("/proc/self/maps").size(), 1000U);
+}
+
+// createDirectories
+
+TEST(CreateDirectories, MakesMissingParents) {
+  const TemporaryFolder folder;
+  createDirectories(folder.file("a/b/c"));
+  EXPECT_TRUE(fs::is_directory(folder.file("a/b/c")));
+}
+
+TEST(CreateDirectories, ExistingFolderIsFine) {
+  const TemporaryFolder folder;
+  EXPECT_NO_THROW(createDirectories(folder.path()));
+  EXPECT_NO_THROW(createDirectories(folder.path() + "/"));
+  EXPECT_NO_THROW(createDirectories("/"));
+  EXPECT_NO_THROW(createDirectories("."));
+}
+
+TEST(CreateDirectories, TrailingSlashMeansTheSameFolder) {
+  const TemporaryFolder folder;
+  createDirectories(folder.file("a/b/"));
+  EXPECT_TRUE(fs::is_directory(folder.file("a/b")));
+}
+
+TEST(CreateDirectories, LinkToAFolderIsFine) {
+  const TemporaryFolder folder;
+  fs::create_directory_symlink(folder.makeFolder("target"), folder.file("link"));
+  createDirectories(folder.file("link"));
+  createDirectories(folder.file("link/below"));
+  EXPECT_TRUE(fs::is_directory(folder.file("target/below")));
+}
+
+TEST(CreateDirectories, FileInTheWayFails) {
+  const TemporaryFolder folder;
+  folder.write("file", "x");
+  EXPECT_EQ(failureOf([&] { createDirectories(folder.file("file")); }), ENOTDIR);
+  EXPECT_EQ(failureOf([&] { createDirectories(folder.file("file/below")); }), ENOTDIR);
+}
+
+// writeFileAtomically
+
+TEST(WriteFileAtomically, CreatesTheFileAndItsFolder) {
+  const TemporaryFolder folder;
+  writeFileAtomically(folder.file("new/folder/file"), "content");
+  EXPECT_EQ(folder.read("new/folder/file"), "content");
+}
+
+TEST(WriteFileAtomically, ReplacesTheWholeContent) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "a long old content");
+  writeFileAtomically(path, "new");
+  EXPECT_EQ(folder.read("file"), "new");
+}
+
+TEST(WriteFileAtomically, LeavesNothingBeside) {
+  const TemporaryFolder folder;
+  writeFileAtomically(folder.file("file"), "a");
+  writeFileAtomically(folder.file("file"), "b");
+  EXPECT_THAT(folder.names(), ElementsAre("file"));
+}
+
+TEST(WriteFileAtomically, WritesANewFileAndNotIntoTheOldOne) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "old");
+  fs::create_hard_link(path, folder.file("second name"));
+  writeFileAtomically(path, "new");
+  EXPECT_EQ(folder.read("second name"), "old");
+}
+
+TEST(WriteFileAtomically, LinkedFileStaysLinked) {
+  const TemporaryFolder folder;
+  folder.write("real/file", "old");
+  fs::create_symlink("real/file", folder.file("relative"));
+  fs::create_symlink(folder.file("relative"), folder.file("absolute"));
+  writeFileAtomically(folder.file("absolute"), "new");
+  EXPECT_TRUE(fs::is_symlink(folder.file("absolute")));
+  EXPECT_TRUE(fs::is_symlink(folder.file("relative")));
+  EXPECT_EQ(folder.read("real/file"), "new");
+}
+
+TEST(WriteFileAtomically, RelativeLinkCountsFromWhereItReallyStands) {
+  const TemporaryFolder folder;
+  folder.write("store/file", "old");
+  folder.makeFolder("store/inner");
+  fs::create_symlink("../file", folder.file("store/inner/link"));
+  fs::create_directory_symlink("store/inner", folder.file("shortcut"));
+  writeFileAtomically(folder.file("shortcut/link"), "new");
+  EXPECT_EQ(folder.read("store/file"), "new");
+  EXPECT_FALSE(folder.has("file"));
+}
+
+TEST(WriteFileAtomically, DanglingLinkGetsItsTarget) {
+  const TemporaryFolder folder;
+  fs::create_symlink("later/file", folder.file("link"));
+  writeFileAtomically(folder.file("link"), "new");
+  EXPECT_EQ(folder.read("later/file"), "new");
+  EXPECT_TRUE(fs::is_symlink(folder.file("link")));
+}
+
+TEST(WriteFileAtomically, LoopOfLinksFails) {
+  const TemporaryFolder folder;
+  fs::create_symlink("b", folder.file("a"));
+  fs::create_symlink("a", folder.file("b"));
+  EXPECT_EQ(failureOf([&] { writeFileAtomically(folder.file("a"), "x"); }), ELOOP);
+}
+
+TEST(WriteFileAtomically, GivenPermissionsHoldWhateverTheUmask) {
+  const TemporaryFolder folder;
+  const Umask umask(0777);
+  writeFileAtomically(folder.file("secret"), "key", 0600);
+  writeFileAtomically(folder.file("open"), "text", 0666);
+  EXPECT_EQ(modeOf(folder.file("secret")), 0600U);
+  EXPECT_EQ(modeOf(folder.file("open")), 0666U);
+}
+
+TEST(WriteFileAtomically, GivenPermissionsReplaceTheOldOnes) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "old");
+  ASSERT_EQ(::chmod(path.c_str(), 0644), 0);
+  writeFileAtomically(path, "new", 0600);
+  EXPECT_EQ(modeOf(path), 0600U);
+}
+
+TEST(WriteFileAtomically, OldPermissionsAreKept) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "old");
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  writeFileAtomically(path, "new");
+  EXPECT_EQ(modeOf(path), 0640U);
+}
+
+TEST(WriteFileAtomically, NewFileIs0644LessTheUmask) {
+  const TemporaryFolder folder;
+  const Umask umask(0027);
+  writeFileAtomically(folder.file("file"), "x");
+  EXPECT_EQ(modeOf(folder.file("file")), 0640U);
+}
+
+// Nothing that appears in the folder while a secret is written is ever readable by others.
+TEST(WriteFileAtomically, GivenPermissionsHoldFromTheFirstInstant) {
+  const TemporaryFolder folder;
+  const Umask umask(0);
+  const pid_t writer = ::fork();
+  if (writer == 0) {
+    const std::string bytes(2'000'000, 'k');
+    for (int i = 0; i < 40; ++i) writeFileAtomically(folder.file("secret"), bytes, 0600);
+    ::_exit(0);
+  }
+  int status = 0;
+  std::size_t seen = 0;
+  while (::waitpid(writer, &status, WNOHANG) == 0) {
+    for (const std::string& name : folder.names()) {
+      const auto file = fileStatus(folder.file(name));
+      if (!file) continue;
+      ++seen;
+      ASSERT_EQ(file->permissions, 0600U) << name;
+    }
+  }
+  EXPECT_EQ(status, 0);
+  EXPECT_GT(seen, 0U);
+}
+
+// A reader at any moment sees one whole content.
+TEST(WriteFileAtomically, ReaderNeverSeesAMixture) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", std::string(100'000, 'a'));
+  const pid_t writer = ::fork();
+  if (writer == 0) {
+    for (int i = 0; i < 60; ++i) {
+      writeFileAtomically(path, std::string(100'000, i % 2 == 0 ? 'b' : 'a'));
+    }
+    ::_exit(0);
+  }
+  int status = 0;
+  while (::waitpid(writer, &status, WNOHANG) == 0) {
+    const std::string text = readFile(path);
+    ASSERT_EQ(text.size(), 100'000U);
+    ASSERT_EQ(text.find_first_not_of(text.front()), std::string::npos);
+  }
+  EXPECT_EQ(status, 0);
+}
+
+TEST(WriteFileAtomically, FolderAtTheTargetFailsAndLeavesNothingBeside) {
+  const TemporaryFolder folder;
+  folder.makeFolder("target");
+  EXPECT_EQ(failureOf([&] { writeFileAtomically(folder.file("target"), "x"); }), EISDIR);
+  EXPECT_THAT(folder.names(), ElementsAre("target"));
+}
+
+TEST(WriteFileAtomically, TooLongANameFailsAndLeavesNothingBeside) {
+  const TemporaryFolder folder;
+  const std::string name(300, 'n');
+  EXPECT_EQ(failureOf([&] { writeFileAtomically(folder.file(name), "x"); }), ENAMETOOLONG);
+  EXPECT_THAT(folder.names(), IsEmpty());
+}
+
+TEST(WriteFileAtomically, FileWhereTheFolderShouldBeFails) {
+  const TemporaryFolder folder;
+  folder.write("file", "kept");
+  EXPECT_EQ(failureOf([&] { writeFileAtomically(folder.file("file/below"), "x"); }), ENOTDIR);
+  EXPECT_EQ(folder.read("file"), "kept");
+}
+
+TEST(WriteFileAtomically, FullDiskKeepsTheOldFileAndLeavesNothingBeside) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "old");
+  // A limit on the size of files stands for a disk that fills up half way.
+  const int status = statusInChild([&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {4096, 4096};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    return failureOf([&] { writeFileAtomically(path, std::string(100'000, 'x')); });
+  });
+  EXPECT_EQ(status, EFBIG);
+  EXPECT_EQ(folder.read("file"), "old");
+  EXPECT_THAT(folder.names(), ElementsAre("file"));
+}
+
+TEST(WriteFileAtomically, ManyThreadsEachLeaveAWholeFile) {
+  const TemporaryFolder folder;
+  std::vector<std::thread> writers;
+  for (const char letter : {'a', 'b', 'c', 'd'}) {
+    writers.emplace_back([&folder, letter] {
+      for (int i = 0; i < 20; ++i) {
+        writeFileAtomically(folder.file("file"), std::string(10'000, letter));
+      }
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  const std::string text = folder.read("file");
+  EXPECT_EQ(text, std::string(10'000, text.front()));
+  EXPECT_THAT(folder.names(), ElementsAre("file"));
+}
+
+// appendToFile
+
+TEST(AppendToFile, CreatesTheFileWithItsPermissions) {
+  const TemporaryFolder folder;
+  const Umask umask(0022);
+  appendToFile(folder.file("log"), "a\n", 0600);
+  EXPECT_EQ(folder.read("log"), "a\n");
+  EXPECT_EQ(modeOf(folder.file("log")), 0600U);
+}
+
+TEST(AppendToFile, KeepsWhatIsThereAndItsPermissions) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("log", "a\n");
+  ASSERT_EQ(::chmod(path.c_str(), 0644), 0);
+  appendToFile(path, "b\n", 0600);
+  EXPECT_EQ(folder.read("log"), "a\nb\n");
+  EXPECT_EQ(modeOf(path), 0644U);
+}
+
+TEST(AppendToFile, FullDeviceFails) {
+  if (!fileStatus("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  EXPECT_EQ(failureOf([] { appendToFile("/dev/full", "a\n", 0600); }), ENOSPC);
+}
+
+TEST(AppendToFile, MissingFolderFails) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(failureOf([&] { appendToFile(folder.file("no/log"), "a\n", 0600); }), ENOENT);
+}
+
+TEST(AppendToFile, FolderAtTheTargetFails) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(failureOf([&] { appendToFile(folder.path(), "a\n", 0600); }), EISDIR);
+}
+
+// globPaths
+
+TEST(GlobPaths, FindsSortedByBytes) {
+  const TemporaryFolder folder;
+  for (const char* name : {"b/notes.json", "a/notes.json", "B/notes.json", "é/notes.json"}) {
+    folder.write(name, "{}");
+  }
+  EXPECT_THAT(globPaths(folder.file("*/notes.json")),
+              ElementsAre(folder.file("B/notes.json"), folder.file("a/notes.json"),
+                          folder.file("b/notes.json"), folder.file("é/notes.json")));
+}
+
+TEST(GlobPaths, NothingFoundIsAnEmptyList) {
+  const TemporaryFolder folder;
+  EXPECT_THAT(globPaths(folder.file("*")), IsEmpty());
+  EXPECT_THAT(globPaths(folder.file("missing/*/notes.json")), IsEmpty());
+  EXPECT_THAT(globPaths(""), IsEmpty());
+}
+
+TEST(GlobPaths, HiddenFoldersNeedADot) {
+  const TemporaryFolder folder;
+  folder.write(".hidden/notes.json", "{}");
+  EXPECT_THAT(globPaths(folder.file("*/notes.json")), IsEmpty());
+  EXPECT_THAT(globPaths(folder.file(".h*/notes.json")),
+              ElementsAre(folder.file(".hidden/notes.json")));
+}
+
+TEST(GlobPaths, OddNamesAreFound) {
+  const TemporaryFolder folder;
+  std::vector<std::string> expected;
+  for (const char* name : {"10-12 會議", "a\nb", "[1]", "it's \"q\"", "back\\slash", "trailing ",
+                           "星*", "-rf", "emoji 👩‍👩‍👧", "ends in \\", "{a,b}"}) {
+    expected.push_back(folder.write(std::string(name) + "/notes.json", "{}"));
+  }
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(globPaths(folder.file("*/notes.json")), expected);
+}
+
+#ifndef __APPLE__  // whose file system refuses such names
+TEST(GlobPaths, NameThatIsNotUTF8IsFound) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("not\xFFutf8/notes.json", "{}");
+  EXPECT_THAT(globPaths(folder.file("*/notes.json")), ElementsAre(path));
+}
+#endif
+
+TEST(EscapeForGlob, EscapedFolderFindsOnlyItself) {
+  const TemporaryFolder folder;
+  for (const char* name :
+       {"a[b]", "ab", "a*", "ax", "a?", "back\\slash", "b]", "[", "[]", "[!a]"}) {
+    const std::string path = folder.write(std::string(name) + "/x/notes.json", "{}");
+    EXPECT_THAT(globPaths(escapeForGlob(folder.file(name)) + "/*/notes.json"), ElementsAre(path))
+        << name;
+  }
+}
+
+TEST(EscapeForGlob, PlainTextIsUnchanged) {
+  EXPECT_EQ(escapeForGlob("/Users/王/Application Support"), "/Users/王/Application Support");
+  EXPECT_EQ(escapeForGlob(""), "");
+}
+
+// Paths
+
+TEST(HomeDirectory, VariableWins) {
+  EXPECT_EQ(homeDirectory({{"HOME", "/some/where"}}), "/some/where");
+}
+
+TEST(HomeDirectory, EmptyOrMissingVariableAsksThePasswordDatabase) {
+  const std::string home = homeDirectory({});
+  EXPECT_TRUE(home.starts_with('/'));
+  EXPECT_EQ(homeDirectory({{"HOME", ""}}), home);
+}
+
+TEST(ExpandTilde, StandsForTheHome) {
+  EXPECT_EQ(expandTilde("~", "/home/a"), "/home/a");
+  EXPECT_EQ(expandTilde("~/notes", "/home/a"), "/home/a/notes");
+  EXPECT_EQ(expandTilde("~/", "/home/a"), "/home/a/");
+}
+
+TEST(ExpandTilde, NamesAnotherUser) {
+  const std::string own = expandTilde("~root/notes", "/home/a");
+  EXPECT_TRUE(own.starts_with('/'));
+  EXPECT_TRUE(own.ends_with("/notes"));
+  EXPECT_EQ(own.find("/home/a"), std::string::npos);
+}
+
+TEST(ExpandTilde, AnythingElseIsUnchanged) {
+  for (const char* path : {"", "/a/~", "a~", "./~", "notes", "~no-such-user-here/x", "\\~"}) {
+    EXPECT_EQ(expandTilde(path, "/home/a"), path);
+  }
+}
+
+TEST(AbsolutePath, RelativePathStartsAtTheCurrentFolder) {
+  const std::string current = fs::current_path();
+  EXPECT_EQ(absolutePath("notes/a"), joinPath(current, "notes/a"));
+  EXPECT_EQ(absolutePath("notes/"), joinPath(current, "notes"));
+}
+
+TEST(AbsolutePath, AbsolutePathLosesOnlyTrailingSlashes) {
+  EXPECT_EQ(absolutePath("/a/b"), "/a/b");
+  EXPECT_EQ(absolutePath("/a/b///"), "/a/b");
+  EXPECT_EQ(absolutePath("/"), "/");
+  EXPECT_EQ(absolutePath("//"), "/");
+}
+
+TEST(JoinPath, PutsOneSlashBetween) {
+  EXPECT_EQ(joinPath("/a", "b"), "/a/b");
+  EXPECT_EQ(joinPath("/a/", "b"), "/a/b");
+  EXPECT_EQ(joinPath("/", "b"), "/b");
+}
+
+TEST(ParentPath, IsEverythingBeforeTheLastSlash) {
+  EXPECT_EQ(parentPath("/a/b"), "/a");
+  EXPECT_EQ(parentPath("a/b"), "a");
+  EXPECT_EQ(parentPath("/a"), "/");
+  EXPECT_EQ(parentPath("a"), ".");
+}
+
+TEST(LastComponent, IsEverythingAfterTheLastSlash) {
+  EXPECT_EQ(lastComponent("/a/b"), "b");
+  EXPECT_EQ(lastComponent("b"), "b");
+  EXPECT_EQ(lastComponent("/a/"), "");
+}
+
+}  // namespace
+}  // namespace velta
