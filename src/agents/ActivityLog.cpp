@@ -93,7 +93,7 @@ void ActivityLog::append(const std::string& line) {
   const std::string path = joinPath(directory, "activity.jsonl");
   try {
     createDirectories(directory);
-    appendToFile(path, line, kPermissions);
+    appendLineToFile(path, line, kPermissions);
   } catch (const std::system_error& error) {
     warnings_.warn(couldNotWrite(path, error.code()));
   }

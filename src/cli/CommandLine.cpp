@@ -125,7 +125,7 @@ CLI::Options CLI::parse(const std::vector<std::string>& arguments) {
 }
 
 int runCommandLine(const std::vector<std::string>& arguments, Environment environment) {
-  ignoreBrokenPipes();
+  ignoreWriteSignals();
   CLI::Options options = CLI::parse(arguments);
   if (options.help) return say(kStandardOutput, usage(), kDone);
   if (options.version) return say(kStandardOutput, versionLine(), kDone);

@@ -9,14 +9,16 @@ namespace {
 // `value` in decimal with at least `width` digits.
 std::string padded(int value, std::size_t width) {
   const std::string digits = std::to_string(std::abs(value));
-  const std::size_t zeros = digits.size() < width ? width - digits.size() : 0;
-  return (value < 0 ? "-" : "") + std::string(zeros, '0') + digits;
+  std::string text(value < 0 ? 1 : 0, '-');
+  if (digits.size() < width) text.append(width - digits.size(), '0');
+  return text.append(digits);
 }
 
 // "+0800"
 std::string numericOffset(int seconds) {
   const int minutes = std::abs(seconds) / 60;
-  return (seconds < 0 ? "-" : "+") + padded(minutes / 60, 2) + padded(minutes % 60, 2);
+  std::string text(1, seconds < 0 ? '-' : '+');
+  return text.append(padded(minutes / 60, 2)).append(padded(minutes % 60, 2));
 }
 
 // The text of `count` pattern letters `letter`: a field, or the letters themselves.

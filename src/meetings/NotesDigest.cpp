@@ -43,6 +43,12 @@ void appendStringLeaves(std::string& text, const JSON& value) {
   }
 }
 
+// Whether the member says again who owns the item: "who" is an older name of "owner", and readers
+// give an item both.
+bool repeatsOwner(const JSONObject& item, std::string_view key) {
+  return key == "who" && item.has("owner") && item.getString("who") == item.getString("owner");
+}
+
 // Numbers the items as they come.
 class DigestList {
  public:
@@ -90,7 +96,9 @@ std::string itemText(const JSON& item) {
     text = *whole;
   } else if (const JSONObject* object = item.asObject()) {
     for (const std::string_view key : kTextKeys) {
-      if (const JSON* member = object->get(key)) appendStringLeaves(text, *member);
+      const JSON* member = object->get(key);
+      if (member == nullptr || repeatsOwner(*object, key)) continue;
+      appendStringLeaves(text, *member);
     }
   }
   return text;

@@ -110,6 +110,37 @@ void syncDirectory(const std::string& directory) {
   }
 }
 
+// Whether the last line of a regular file has no line feed, as after a write that was cut short.
+bool endsInsideLine(const std::string& path) {
+  const Descriptor descriptor = openFile(path, O_RDONLY);
+  struct stat info = {};
+  if (!descriptor || ::fstat(descriptor.get(), &info) != 0 || info.st_size == 0) return false;
+  char last = '\n';
+  return ::pread(descriptor.get(), &last, 1, info.st_size - 1) == 1 && last != '\n';
+}
+
+// One write(2); only after a short one another, which completes the bytes or tells the cause.
+void appendPiece(int descriptor, std::string_view bytes, const std::string& path) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail("write", path);
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+}
+
+// `path` without empty and "." components.
+std::string tidied(std::string_view path) {
+  std::string tidy;
+  while (!path.empty()) {
+    const std::size_t slash = std::min(path.find('/'), path.size());
+    const std::string_view component = path.substr(0, slash);
+    if (!component.empty() && component != ".") tidy.append("/").append(component);
+    path.remove_prefix(std::min(slash + 1, path.size()));
+  }
+  return tidy.empty() ? "/" : tidy;
+}
+
 std::optional<std::string> homeOfUser(const std::string& name) {
   const passwd* entry = ::getpwnam(name.c_str());
   if (entry == nullptr || entry->pw_dir == nullptr) return std::nullopt;
@@ -132,7 +163,8 @@ std::string readFile(const std::string& path) {
 
 void readFile(const std::string& path, std::string& buffer) {
   buffer.clear();
-  const Descriptor descriptor = openFile(path, O_RDONLY);
+  // Without O_NONBLOCK a FIFO that nobody writes would hold the program up.
+  const Descriptor descriptor = openFile(path, O_RDONLY | O_NONBLOCK);
   if (!descriptor) fail("open", path);
   struct stat info = {};
   if (::fstat(descriptor.get(), &info) != 0) fail("look at", path);
@@ -181,18 +213,13 @@ void writeFileAtomically(const std::string& path, std::string_view bytes,
   syncDirectory(directory);
 }
 
-void appendToFile(const std::string& path, std::string_view bytes, mode_t permissions) {
-  const Descriptor descriptor = openFile(path, O_WRONLY | O_APPEND | O_CREAT, permissions);
+void appendLineToFile(const std::string& path, std::string_view line, mode_t permissions) {
+  // Without O_NONBLOCK a FIFO that nobody reads would hold the program up.
+  const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK;
+  const Descriptor descriptor = openFile(path, flags, permissions);
   if (!descriptor) fail("open", path);
-  ssize_t count = 0;
-  do {
-    count = ::write(descriptor.get(), bytes.data(), bytes.size());
-  } while (count < 0 && errno == EINTR);
-  if (count < 0) fail("write", path);
-  if (static_cast<std::size_t>(count) != bytes.size()) {
-    errno = ENOSPC;  // a short write to a file: the device is full or a limit was reached
-    fail("write", path);
-  }
+  const bool cutShort = endsInsideLine(path);
+  appendPiece(descriptor.get(), cutShort ? '\n' + std::string(line) : std::string(line), path);
 }
 
 std::vector<std::string> globPaths(const std::string& pattern) {
@@ -234,14 +261,11 @@ std::string expandTilde(std::string_view path, const std::string& home) {
 }
 
 std::string absolutePath(std::string_view path) {
-  std::string absolute(path);
-  if (!path.starts_with('/')) {
-    char* current = ::getcwd(nullptr, 0);
-    absolute = joinPath(current != nullptr ? current : "/", path);
-    std::free(current);  // NOLINT(cppcoreguidelines-no-malloc): getcwd(3) allocates with malloc
-  }
-  while (absolute.size() > 1 && absolute.ends_with('/')) absolute.pop_back();
-  return absolute;
+  if (path.starts_with('/')) return tidied(path);
+  char* current = ::getcwd(nullptr, 0);
+  const std::string absolute = joinPath(current != nullptr ? current : "/", path);
+  std::free(current);  // NOLINT(cppcoreguidelines-no-malloc): getcwd(3) allocates with malloc
+  return tidied(absolute);
 }
 
 std::string joinPath(std::string_view directory, std::string_view name) {

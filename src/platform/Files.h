@@ -45,9 +45,11 @@ void createDirectories(const std::string& path);
 void writeFileAtomically(const std::string& path, std::string_view bytes,
                          std::optional<mode_t> permissions = std::nullopt);
 
-// Appends `bytes` with one write(2) to a descriptor opened with O_APPEND, so that appends of
-// several processes never mix; creates the file with `permissions`. Throws std::system_error.
-void appendToFile(const std::string& path, std::string_view bytes, mode_t permissions);
+// Appends `line`, line feed included, with one write(2) to a descriptor opened with O_APPEND, so
+// that lines of several processes never mix; creates the file with `permissions`. A last line that
+// was cut short (by a full disk, say) is ended first, so that it costs no line but itself. Throws
+// std::system_error.
+void appendLineToFile(const std::string& path, std::string_view line, mode_t permissions);
 
 // Paths that glob(3) finds for `pattern`, without flags, sorted by bytes. No match and every error
 // give an empty list.
@@ -64,7 +66,8 @@ std::string homeDirectory(const std::map<std::string, std::string>& environment)
 // user's home directory when there is such a user. Anything else comes back unchanged.
 std::string expandTilde(std::string_view path, const std::string& home);
 
-// `path` made absolute against the current directory, without trailing slashes ("/" stays).
+// `path` made absolute against the current directory, without empty and "." components; ".." stays,
+// since what it means depends on symbolic links.
 std::string absolutePath(std::string_view path);
 
 // `directory` and `name` joined with one "/".

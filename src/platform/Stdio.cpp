@@ -57,7 +57,10 @@ ssize_t writeSome(int descriptor, std::string_view bytes) {
 
 }  // namespace
 
-void ignoreBrokenPipes() { std::signal(SIGPIPE, SIG_IGN); }
+void ignoreWriteSignals() {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+}
 
 bool isTerminal(int descriptor) { return ::isatty(descriptor) == 1; }
 

@@ -8,8 +8,9 @@
 
 namespace velta {
 
-// Makes writing to a closed pipe an error (EPIPE) instead of a deadly signal. Called once by main.
-void ignoreBrokenPipes();
+// Makes writing to a closed pipe (EPIPE) and beyond a file size limit (EFBIG) an error instead of a
+// deadly signal. Called once by main.
+void ignoreWriteSignals();
 
 // Whether `descriptor` is a terminal.
 bool isTerminal(int descriptor);

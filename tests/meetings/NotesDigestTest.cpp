@@ -67,6 +67,12 @@ TEST(NotesDigest, TextIsMadeOfTheTellingMembersInFixedOrder) {
             "a b c d e f g h i j k l m n o");
 }
 
+TEST(ItemText, WhoThatRepeatsTheOwnerIsSaidOnce) {
+  EXPECT_EQ(textOf(R"({"text":"keep it","who":"Joan","owner":"Joan"})"), "keep it Joan");
+  EXPECT_EQ(textOf(R"({"text":"keep it","who":"Joan","owner":"Amy"})"), "keep it Amy Joan");
+  EXPECT_EQ(textOf(R"({"text":"keep it","who":"Joan"})"), "keep it Joan");
+}
+
 TEST(NotesDigest, TextTakesStringLeavesAtAnyDepthInOrder) {
   EXPECT_EQ(
       textOf(R"({"positions":[{"who":"Amy","says":["yes",3,["no"]]},"later"],"next":{"a":"b"}})"),

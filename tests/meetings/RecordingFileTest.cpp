@@ -126,14 +126,14 @@ class Generator {
   }
 
   std::string key() {
-    return pick({"\"lines\"", "\"id\"", "\"text\"", "\"t_start\"", "\"t_end\"", "\"speaker\"",
-                 "\"l\\u0069nes\"", "\"x\"", "\"\""});
+    return pick({R"("lines")", R"("id")", R"("text")", R"("t_start")", R"("t_end")", R"("speaker")",
+                 R"("l\u0069nes")", R"("x")", R"("")"});
   }
 
   std::string scalar() {
-    return pick({"null", "true", "false", "0", "7", "-1.5", "1e400", "12.25", "\"\"", "\"a\"",
-                 "\"L1\"", "\"L2\"", "\"a-2\"", "\"Amy\"", "\"會議\"", "\"\\ud83d\\ude00\"",
-                 "\"line\\nbreak\"", "\"\xFF\""});
+    return pick({"null", "true", "false", "0", "7", "-1.5", "1e400", "12.25", R"("")", R"("a")",
+                 R"("L1")", R"("L2")", R"("a-2")", R"("Amy")", R"("會議")", R"("\ud83d\ude00")",
+                 R"("line\nbreak")", "\"\xFF\""});
   }
 
   std::string value(int depth) {
@@ -193,7 +193,7 @@ TEST(RecordingFile, NumberingCountsTheKeptLinesOnly) {
 TEST(RecordingFile, TheLastLinesOfARepeatedKeyAreTheLines) {
   EXPECT_EQ(inOnePass(R"({"lines":[{"text":"old"}],"lines":[{"text":"new"}]})"),
             "{}\nL1|0.000000|none|?|new\n");
-  for (const char* last : {"5", "null", "\"x\"", "{}", "{\"a\":{\"text\":\"no\"}}", "[]"}) {
+  for (const char* last : {"5", "null", "\"x\"", "{}", R"({"a":{"text":"no"}})", "[]"}) {
     EXPECT_EQ(inOnePass(R"({"lines":[{"text":"old"}],"lines":)" + std::string(last) + "}"), "{}\n");
   }
 }

@@ -100,6 +100,7 @@ TEST(TextNorm, UUIDIsTheWholeTextInEitherCase) {
 TEST(TextNorm, PatternsMayBeUsedFromSeveralThreads) {
   std::vector<std::thread> threads;
   std::vector<int> found(4, 0);
+  threads.reserve(found.size());
   for (int& count : found) {
     threads.emplace_back([&count] {
       for (int i = 0; i < 1000; ++i) count += inlineTimePattern().matches("at 12:30") ? 1 : 0;

@@ -396,38 +396,71 @@ TEST(WriteFileAtomically, ManyThreadsEachLeaveAWholeFile) {
   EXPECT_THAT(folder.names(), ElementsAre("file"));
 }
 
-// appendToFile
+// appendLineToFile
 
-TEST(AppendToFile, CreatesTheFileWithItsPermissions) {
+TEST(AppendLineToFile, CreatesTheFileWithItsPermissions) {
   const TemporaryFolder folder;
   const Umask umask(0022);
-  appendToFile(folder.file("log"), "a\n", 0600);
+  appendLineToFile(folder.file("log"), "a\n", 0600);
   EXPECT_EQ(folder.read("log"), "a\n");
   EXPECT_EQ(modeOf(folder.file("log")), 0600U);
 }
 
-TEST(AppendToFile, KeepsWhatIsThereAndItsPermissions) {
+TEST(AppendLineToFile, KeepsWhatIsThereAndItsPermissions) {
   const TemporaryFolder folder;
   const std::string path = folder.write("log", "a\n");
   ASSERT_EQ(::chmod(path.c_str(), 0644), 0);
-  appendToFile(path, "b\n", 0600);
+  appendLineToFile(path, "b\n", 0600);
   EXPECT_EQ(folder.read("log"), "a\nb\n");
   EXPECT_EQ(modeOf(path), 0644U);
 }
 
-TEST(AppendToFile, FullDeviceFails) {
+TEST(AppendLineToFile, FullDeviceFails) {
   if (!fileStatus("/dev/full")) GTEST_SKIP() << "no /dev/full here";
-  EXPECT_EQ(failureOf([] { appendToFile("/dev/full", "a\n", 0600); }), ENOSPC);
+  EXPECT_EQ(failureOf([] { appendLineToFile("/dev/full", "a\n", 0600); }), ENOSPC);
 }
 
-TEST(AppendToFile, MissingFolderFails) {
+TEST(AppendLineToFile, MissingFolderFails) {
   const TemporaryFolder folder;
-  EXPECT_EQ(failureOf([&] { appendToFile(folder.file("no/log"), "a\n", 0600); }), ENOENT);
+  EXPECT_EQ(failureOf([&] { appendLineToFile(folder.file("no/log"), "a\n", 0600); }), ENOENT);
 }
 
-TEST(AppendToFile, FolderAtTheTargetFails) {
+TEST(AppendLineToFile, FolderAtTheTargetFails) {
   const TemporaryFolder folder;
-  EXPECT_EQ(failureOf([&] { appendToFile(folder.path(), "a\n", 0600); }), EISDIR);
+  EXPECT_EQ(failureOf([&] { appendLineToFile(folder.path(), "a\n", 0600); }), EISDIR);
+}
+
+TEST(AppendLineToFile, EndsALastLineThatWasCutShort) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("log", "whole\n{\"half");
+  appendLineToFile(path, "next\n", 0600);
+  EXPECT_EQ(folder.read("log"), "whole\n{\"half\nnext\n");
+}
+
+TEST(AppendLineToFile, AShortWriteTellsItsOwnCauseAndCostsNoLaterLine) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("log");
+  const int cause = statusInChild([&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {10, 10};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    return failureOf([&] { appendLineToFile(path, "longer than ten\n", 0600); });
+  });
+  EXPECT_EQ(cause, EFBIG);
+  appendLineToFile(path, "next\n", 0600);
+  EXPECT_EQ(folder.read("log"), "longer tha\nnext\n");
+}
+
+TEST(AppendLineToFile, FifoWithoutReaderFailsAtOnce) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(::mkfifo(folder.file("log").c_str(), 0600), 0);
+  EXPECT_EQ(failureOf([&] { appendLineToFile(folder.file("log"), "a\n", 0600); }), ENXIO);
+}
+
+TEST(ReadFile, FifoWithoutWriterDoesNotWait) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(::mkfifo(folder.file("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(readFile(folder.file("fifo")), "");
 }
 
 // globPaths
@@ -520,6 +553,15 @@ TEST(ExpandTilde, AnythingElseIsUnchanged) {
   for (const char* path : {"", "/a/~", "a~", "./~", "notes", "~no-such-user-here/x", "\\~"}) {
     EXPECT_EQ(expandTilde(path, "/home/a"), path);
   }
+}
+
+TEST(AbsolutePath, EmptyAndDotComponentsGo) {
+  EXPECT_EQ(absolutePath("/a//b/./c/"), "/a/b/c");
+  EXPECT_EQ(absolutePath("/"), "/");
+  EXPECT_EQ(absolutePath("//./"), "/");
+  EXPECT_EQ(absolutePath("/a/../b"), "/a/../b");
+  EXPECT_EQ(absolutePath("./x"), fs::current_path().string() + "/x");
+  EXPECT_EQ(absolutePath("."), fs::current_path().string());
 }
 
 TEST(AbsolutePath, RelativePathStartsAtTheCurrentFolder) {

@@ -195,14 +195,14 @@ TEST(WriteAll, NonBlockingOutputIsWaitedFor) {
 }
 
 TEST(WriteAll, ClosedPipeIsFalseAndNoSignal) {
-  ignoreBrokenPipes();
+  ignoreWriteSignals();
   Pipe pipe;
   pipe.closeReadEnd();
   EXPECT_FALSE(writeAll(pipe.writeEnd(), "x"));
 }
 
 TEST(WriteAll, PipeThatClosesHalfWayIsFalse) {
-  ignoreBrokenPipes();
+  ignoreWriteSignals();
   Pipe pipe;
   std::thread readerThread([&] {
     std::this_thread::sleep_for(Milliseconds(30));
@@ -287,7 +287,7 @@ TEST(PatientWriter, PatienceIsForTheWholeMessage) {
 }
 
 TEST(PatientWriter, ClosedPipeIsNoFailure) {
-  ignoreBrokenPipes();
+  ignoreWriteSignals();
   Pipe pipe;
   pipe.closeReadEnd();
   PatientWriter writer(pipe.writeEnd());

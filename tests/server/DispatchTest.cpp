@@ -102,7 +102,7 @@ TEST(Dispatch, ToolWithoutItsPermissionIsRefusedAndLogged) {
       "get_transcript is turned off for agent 'claude-code': it needs the permission "
       "read_transcripts (Read full transcripts). Next step: ask the user to turn it on for this "
       "agent in Velta settings (agents.json at " +
-      server.home.path("agents.json") + "); do not retry until they do";
+      server.home.file("agents.json") + "); do not retry until they do";
   EXPECT_EQ(server.failure("get_transcript"), refusal);
   ASSERT_THAT(server.log(), SizeIs(1));
   const JSON logged = parseJSON(server.log().front());
@@ -428,7 +428,7 @@ TEST(Dispatch, LogThatCannotBeWrittenWarnsOnceAndCallsStillSucceed) {
   ASSERT_THAT(server.diagnostics, SizeIs(1));
   EXPECT_THAT(server.diagnostics.front(),
               StartsWith("meeting-notes MCP: could not write the activity log " +
-                         server.home.path("activity.jsonl") + " ("));
+                         server.home.file("activity.jsonl") + " ("));
   EXPECT_THAT(server.diagnostics.front(),
               EndsWith("); calls still run but the Velta activity list will miss them\n"));
 }

@@ -260,7 +260,7 @@ TEST(Server, StartSaysWhoIsServedAndWhatTheIndexHolds) {
       server.diagnostics,
       ElementsAre("meeting-notes MCP: client=claude-code sees ['private', 'work', 'shared']; tools "
                   "from defaults (no agents.json) (" +
-                      server.home.path("agents.json") +
+                      server.home.file("agents.json") +
                       "): search_meetings, read_notes; scope=all hide_private=True\n",
                   "index refreshed: meetings=1 changed=1 web=off\n"));
 }
@@ -279,7 +279,7 @@ TEST(Server, StartShowsWhatAgentsJSONSays) {
   server.get().start(false);
   ASSERT_THAT(server.diagnostics, SizeIs(1));
   EXPECT_THAT(server.diagnostics.front(),
-              testing::EndsWith("; tools from agents.json (" + server.home.path("agents.json") +
+              testing::EndsWith("; tools from agents.json (" + server.home.file("agents.json") +
                                 "): none; scope=tagged hide_private=False\n"));
 }
 

@@ -11,7 +11,7 @@
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
 #include "server/Server.h"
-#include "support/TempDirectory.h"
+#include "support/DataHome.h"
 
 namespace velta::test {
 

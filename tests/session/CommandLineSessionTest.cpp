@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/DataHome.h"
 #include "support/ServerProcess.h"
-#include "support/TempDirectory.h"
 
 namespace velta {
 namespace {
@@ -150,7 +150,7 @@ TEST(CommandLine, HelpWritesNoFiles) {
   const DataHome home;
   for (const std::string argument : {"--help", "--version", "--bogus", "--http"})
     runProgram({.arguments = {argument}, .environment = home.environment()});
-  EXPECT_FALSE(home.exists("mcp-config.json"));
+  EXPECT_FALSE(home.has("mcp-config.json"));
 }
 
 }  // namespace

@@ -14,8 +14,8 @@
 
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
+#include "support/DataHome.h"
 #include "support/ServerProcess.h"
-#include "support/TempDirectory.h"
 
 namespace velta {
 namespace {
@@ -72,8 +72,7 @@ std::int64_t meetingCount(ServerProcess& server) {
       .value();
 }
 
-// --- input
-// -----------------------------------------------------------------------------------------
+// input
 
 TEST(HostileSession, IllFormedUTF8IsRepairedInStringsAndRefusedOutside) {
   const DataHome home;
@@ -166,8 +165,7 @@ TEST(HostileSession, EveryAnswerIsOneLineWhateverTheArgumentsHold) {
   EXPECT_EQ(server.ask(pingOf("1")), pongOf("1"));
 }
 
-// --- the other ends
-// --------------------------------------------------------------------------------
+// the other ends
 
 TEST(HostileSession, ClientThatClosesItsEndInMidAnswerEndsTheServerWithStatusZero) {
   const DataHome home;
@@ -221,8 +219,7 @@ TEST(HostileSession, ClosedStandardErrorIsBorne) {
   EXPECT_EQ(server.finish().status, 0);
 }
 
-// --- files
-// -----------------------------------------------------------------------------------------
+// files
 
 TEST(HostileSession, DataHomeThatCannotBeWrittenIsServedAllTheSame) {
   if (::geteuid() == 0) {
@@ -230,7 +227,7 @@ TEST(HostileSession, DataHomeThatCannotBeWrittenIsServedAllTheSame) {
     const DataHome home;
     home.write("file", "");
     auto options = onHome(home);
-    options.environment["MEETING_NOTES_HOME"] = home.path("file/home");
+    options.environment["MEETING_NOTES_HOME"] = home.file("file/home");
     ServerProcess server(options);
     EXPECT_THAT(server.ask(callOf("list_meetings")), HasSubstr("The index is empty."));
     EXPECT_THAT(server.ask(callOf("list_meetings")), HasSubstr("The index is empty."));
@@ -250,6 +247,20 @@ TEST(HostileSession, DataHomeThatCannotBeWrittenIsServedAllTheSame) {
   EXPECT_EQ(meetingCount(server), 1);
   EXPECT_EQ(server.finish().status, 0);
   ::chmod(home.path().c_str(), 0755);
+}
+
+TEST(HostileSession, FifosInPlaceOfFilesHoldNothingUp) {
+  const DataHome home;
+  addRecording(home, "one");
+  home.write("recordings/two/session.json", "{}");
+  for (const char* name : {"activity.jsonl", "agents.json", "recordings/two/notes.json"})
+    ASSERT_EQ(::mkfifo(home.file(name).c_str(), 0600), 0);
+  ServerProcess server(onHome(home));
+  EXPECT_EQ(meetingCount(server), 1);
+  const auto ending = server.finish();
+  EXPECT_EQ(ending.status, 0);
+  EXPECT_THAT(ending.errors, HasSubstr("could not write the activity log"));
+  EXPECT_THAT(ending.errors, HasSubstr("two/notes.json is not a JSON object"));
 }
 
 TEST(HostileSession, NoReindexLeavesTheFirstReadCallToRefresh) {
@@ -284,7 +295,7 @@ TEST(HostileSession, BrokenAgentsFileIsWarnedAboutOnce) {
   ServerProcess server(onHome(home));
   for (int i = 0; i < 3; ++i) server.ask(callOf("no_such_tool"));
   const std::string errors = server.finish().errors;
-  EXPECT_THAT(errors, StartsWith("meeting-notes MCP: " + home.path("agents.json") +
+  EXPECT_THAT(errors, StartsWith("meeting-notes MCP: " + home.file("agents.json") +
                                  " is broken (top level must be "));
   EXPECT_EQ(errors.find("is broken", errors.find("is broken") + 1), std::string::npos);
 }

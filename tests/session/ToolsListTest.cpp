@@ -7,8 +7,8 @@
 #include "config/BuildConstants.h"
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
+#include "support/DataHome.h"
 #include "support/ServerProcess.h"
-#include "support/TempDirectory.h"
 
 namespace velta {
 namespace {

@@ -27,8 +27,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/DataHome.h"
 #include "support/ServerProcess.h"
-#include "support/TempDirectory.h"
 
 namespace velta {
 namespace {
