@@ -12,6 +12,10 @@ endif()
 add_library(velta_flags INTERFACE)
 target_compile_options(velta_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # GCC 12 sees overlapping copies in plain string concatenation (GCC bug 105651).
+  target_compile_options(velta_flags INTERFACE -Wno-restrict)
+endif()
 if(VELTA_SANITIZE)
   target_compile_options(velta_flags INTERFACE
     -fsanitize=${VELTA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -1,6 +1,7 @@
 #include "meetings/LegacyReader.h"
 
 #include <array>
+#include <cmath>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -59,6 +60,12 @@ class Record {
     const JSONObject* digest = members_.getObject("digest");
     value = digest != nullptr ? digest->get(key) : nullptr;
     return value != nullptr && !value->isNull() ? value : nullptr;
+  }
+
+  std::optional<double> duration() const {
+    const JSON* seconds = get("durationSec");
+    const auto number = seconds != nullptr ? seconds->asNumber() : std::nullopt;
+    return number && std::isfinite(*number) ? number : std::nullopt;
   }
 
   const JSON::Array* getArray(std::string_view key) const {
@@ -240,8 +247,7 @@ Meeting readLegacy(const Sources::FileSet& files, Instant now) {
   if (!meeting.date) {
     meeting.date = deriveDate({id.value_or(""), folder, meeting.title}, modifiedOr(mainPath, now));
   }
-  const JSON* duration = record.get("durationSec");
-  if (duration != nullptr) meeting.durationSec = duration->asNumber();
+  meeting.durationSec = record.duration();
   meeting.people = objectElements(record.getArray("people"));
   meeting.notes = notesOf(record);
   meeting.verdict = meeting.notes.getString("verdict").value_or("");

@@ -1,5 +1,7 @@
 #include "meetings/Meeting.h"
 
+#include "meetings/ReaderSupport.h"
+
 namespace velta {
 namespace {
 
@@ -35,7 +37,7 @@ std::vector<Meeting::Digest> readDigest(const JSON::Array* elements) {
     const auto id = item != nullptr ? item->getString("id") : std::nullopt;
     if (!id) continue;
     digest.push_back({std::string(*id), textOr(*item, "section", ""), textOr(*item, "text", ""),
-                      item->getNumber("t")});
+                      finiteNumber(*item, "t")});
   }
   return digest;
 }
@@ -107,7 +109,7 @@ std::optional<Meeting> Meeting::fromJSON(const JSON& value) {
   meeting.title = textOr(*object, "title", "");
   meeting.date = optionalText(*object, "date");
   meeting.startedAt = optionalText(*object, "started_at");
-  meeting.durationSec = object->getNumber("duration_sec");
+  meeting.durationSec = finiteNumber(*object, "duration_sec");
   meeting.verdict = textOr(*object, "verdict", "");
   meeting.people = objectElements(object->getArray("people"));
   if (const JSONObject* notes = object->getObject("notes")) meeting.notes = *notes;

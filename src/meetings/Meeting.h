@@ -30,7 +30,8 @@ struct Meeting {
   // numbers. A line costs some 30 bytes besides its text.
   class Transcript {
    public:
-    // Adds a line at the end. An empty id stands for "none given"; `settleIds` makes one then.
+    // Adds a line at the end. An empty id stands for "none given"; `settleIds` makes one then. A
+    // time that is not finite counts as absent: JSON could not write it.
     void append(std::string_view id, double tStart, std::optional<double> tEnd,
                 std::string_view speaker, std::string_view text);
     // Drops all lines.

@@ -108,7 +108,7 @@ std::optional<double> itemTime(const JSON& item) {
   const JSONObject* object = item.asObject();
   if (object == nullptr) return std::nullopt;
   for (const std::string_view key : kTimeKeys) {
-    if (const auto time = object->getNumber(key)) return time;
+    if (const auto time = finiteNumber(*object, key)) return time;
   }
   return std::nullopt;
 }

@@ -1,5 +1,6 @@
 #include "meetings/ReaderSupport.h"
 
+#include <cmath>
 #include <system_error>
 #include <utility>
 
@@ -39,6 +40,11 @@ std::optional<std::string> nonEmptyString(const JSONObject& object, std::string_
   const auto text = object.getString(key);
   if (!text || text->empty()) return std::nullopt;
   return std::string(*text);
+}
+
+std::optional<double> finiteNumber(const JSONObject& object, std::string_view key) {
+  const auto number = object.getNumber(key);
+  return number && std::isfinite(*number) ? number : std::nullopt;
 }
 
 std::string digestId(std::size_t number) { return std::string("D") + std::to_string(number); }

@@ -101,7 +101,7 @@ Meeting readRecording(std::string_view kind, const Sources::FileSet& files, Inst
   meeting.date = deriveDate(
       {meeting.startedAt.value_or(""), folderName(std::string(parentPath(mainPath))), folder},
       modifiedOr(mainPath, now));
-  meeting.durationSec = main.getNumber("duration_sec");
+  meeting.durationSec = finiteNumber(main, "duration_sec");
   meeting.people = peopleOf(main);
   // A session decides alone: without a word of it the main file's is not consulted, on purpose.
   meeting.visibilityHint = nonEmptyString(session ? *session : main, "visibility");

@@ -1,8 +1,8 @@
 // TextNorm: the text rules that readers, index and tools share, so that a time written in a
 // transcript, a time printed by a tool and a date taken from a folder's name agree everywhere.
 //
-// Texts are well-formed UTF-8 wherever a pattern looks at them (slugify, deriveDate and the patterns
-// themselves); names of files are not until they are repaired (platform/Text.h).
+// Texts are well-formed UTF-8 wherever a pattern looks at them (slugify, deriveDate and the
+// patterns themselves); names of files are not until they are repaired (platform/Text.h).
 #pragma once
 
 #include <optional>

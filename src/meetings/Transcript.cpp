@@ -76,8 +76,8 @@ void Meeting::Transcript::append(std::string_view id, double tStart, std::option
                                  std::string_view speaker, std::string_view text) {
   texts_.append(text);
   ids_.append(id);
-  starts_.push_back(tStart);
-  ends_.push_back(tEnd.value_or(kAbsent));
+  starts_.push_back(std::isfinite(tStart) ? tStart : 0);
+  ends_.push_back(tEnd && std::isfinite(*tEnd) ? *tEnd : kAbsent);
   speakerOf_.push_back(speakerNumber(speaker));
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 
@@ -13,6 +14,7 @@
 #include <unistd.h>
 
 #include "platform/Descriptor.h"
+#include "platform/FileLock.h"
 #include "platform/Stdio.h"
 
 namespace velta {
@@ -21,6 +23,7 @@ namespace {
 constexpr mode_t kNewFileMode = 0644;
 constexpr mode_t kNewDirectoryMode = 0755;
 constexpr mode_t kPermissionBits = 07777;
+constexpr std::chrono::milliseconds kLockPatience(100);  // appending may not stall a call
 constexpr int kMaxLinks = 32;  // as deep as a chain of symbolic links may go
 
 [[noreturn]] void fail(const char* operation, const std::string& path) {
@@ -168,6 +171,10 @@ void readFile(const std::string& path, std::string& buffer) {
   if (!descriptor) fail("open", path);
   struct stat info = {};
   if (::fstat(descriptor.get(), &info) != 0) fail("look at", path);
+  if (!S_ISREG(info.st_mode)) {
+    errno = S_ISDIR(info.st_mode) ? EISDIR : ENOTSUP;
+    fail("read", path);
+  }
   // One byte more than the size, so that the read that fills it also shows the end.
   buffer.resize(static_cast<std::size_t>(std::max<off_t>(info.st_size, 0)) + 1);
   std::size_t filled = 0;
@@ -218,7 +225,9 @@ void appendLineToFile(const std::string& path, std::string_view line, mode_t per
   const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK;
   const Descriptor descriptor = openFile(path, flags, permissions);
   if (!descriptor) fail("open", path);
-  const bool cutShort = endsInsideLine(path);
+  // Alone, because a line that another process is just writing looks like one that was cut short.
+  const bool alone = lockWithin(descriptor.get(), kLockPatience);
+  const bool cutShort = alone && endsInsideLine(path);
   appendPiece(descriptor.get(), cutShort ? '\n' + std::string(line) : std::string(line), path);
 }
 

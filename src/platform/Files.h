@@ -26,7 +26,8 @@ struct FileStatus {
 // Status of `path`, absent when nothing is there or it cannot be looked at.
 std::optional<FileStatus> fileStatus(const std::string& path);
 
-// The whole content of a regular file (or of anything read(2) takes). Throws std::system_error.
+// The whole content of a regular file. Throws std::system_error; what is no regular file is refused
+// (ENOTSUP, a directory EISDIR), since a FIFO may never end and a device may have no end.
 std::string readFile(const std::string& path);
 
 // The same into `buffer`, whose capacity is reused; its old content is gone either way.

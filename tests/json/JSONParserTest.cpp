@@ -43,7 +43,7 @@ TEST(JSONParser, TellsEveryFaultWithItsPlace) {
       {"{} x", "trailing characters at byte 3"},
       {"1 2", "trailing characters at byte 2"},
       {"[]]", "trailing characters at byte 2"},
-      {"\"a\"\"b\"", "trailing characters at byte 3"},
+      {R"("a""b")", "trailing characters at byte 3"},
       {"1\v", "trailing characters at byte 1"},
       {"t", "expected true at byte 0"},
       {" tru", "expected true at byte 1"},
@@ -67,7 +67,7 @@ TEST(JSONParser, TellsEveryFaultWithItsPlace) {
       {"{\"a\":1", "unexpected end in object at byte 6"},
       {"{\"a\":1 ", "unexpected end in object at byte 7"},
       {"{\"a\":1]", "expected , or } at byte 6"},
-      {"{\"a\":1 \"b\":2}", "expected , or } at byte 7"},
+      {R"({"a":1 "b":2})", "expected , or } at byte 7"},
       {"{\"a\":1,", "unexpected end in object at byte 7"},
       {"{\"a\":1, ", "unexpected end in object at byte 8"},
       {"{\"a\":1,}", "expected a key at byte 7"},
@@ -89,7 +89,7 @@ TEST(JSONParser, TellsEveryFaultWithItsPlace) {
       {"\"ab\xE4\xBD", "unterminated string at byte 5"},
       {"\"a\\n", "unterminated string at byte 4"},
       {"\"a\\", "unterminated string at byte 3"},
-      {"\"a\\\"", "unterminated string at byte 4"},
+      {R"("a\")", "unterminated string at byte 4"},
       {"{\"a", "unterminated string at byte 3"},
       {R"("\x")", "bad escape at byte 2"},
       {R"("ab\N")", "bad escape at byte 4"},
@@ -280,10 +280,11 @@ TEST(JSONParser, AnEscapeCutsAnIllFormedPart) {
 TEST(JSONParser, AStringEndsWhereverItsQuoteLies) {
   for (std::size_t length = 0; length < 70; ++length) {
     const std::string plain(length, 'a');
+    const auto around = [&](const std::string& middle) { return (plain + middle).append(plain); };
     EXPECT_EQ(stringOf(plain), plain);
-    EXPECT_EQ(stringOf(plain + "\\n" + plain), plain + "\n" + plain);
-    EXPECT_EQ(stringOf(plain + "你" + plain), plain + "你" + plain);
-    EXPECT_EQ(stringOf(plain + "你\\\"" + plain), plain + "你\"" + plain);
+    EXPECT_EQ(stringOf(around(R"(\n)")), around("\n"));
+    EXPECT_EQ(stringOf(around("你")), around("你"));
+    EXPECT_EQ(stringOf(around(R"(你\")")), around("你\""));
     EXPECT_EQ(parseJSON("[\"" + plain + "\",1]"), JSON(JSON::Array{plain, 1}));
   }
 }

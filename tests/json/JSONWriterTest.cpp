@@ -132,9 +132,10 @@ TEST(JSONWriter, EscapesWhatMustBeEscapedAndNothingElse) {
 TEST(JSONWriter, EscapesAreFoundAtEveryPlaceOfALongText) {
   for (std::size_t before = 0; before < 40; ++before) {
     for (std::size_t after = 0; after < 40; after += 3) {
-      const std::string start(before, 'a');
-      const std::string end(after, 'z');
-      EXPECT_EQ(inQuotes(start + "\n" + end), "\"" + start + "\\n" + end + "\"");
+      const auto around = [&](const std::string& middle) {
+        return std::string(before, 'a').append(middle).append(after, 'z');
+      };
+      EXPECT_EQ(inQuotes(around("\n")), "\"" + around("\\n") + "\"");
     }
   }
 }
@@ -239,8 +240,7 @@ TEST(JSONWriter, WhatIsWrittenReadsBackAsTheSameValue) {
     ASSERT_EQ(parseJSON(compact), value) << compact;
     ASSERT_EQ(writeCompact(parseJSON(compact)), compact);
     ASSERT_EQ(parseJSON(writeIndented(value, 2)), value);
-    const JSON copy = value;
-    ASSERT_EQ(copy, value);
+    ASSERT_EQ(JSON(value), value);
   }
 }
 

@@ -16,7 +16,7 @@ namespace velta {
 namespace {
 
 constexpr std::size_t kMillion = 1000000;
-constexpr std::size_t kStackSize = 256 * 1024;
+constexpr std::size_t kStackSize = 262144;
 
 // Runs `work` in a thread with a small stack.
 void runOnSmallStack(std::function<void()> work) {
@@ -62,8 +62,7 @@ TEST_P(Nesting, EveryLevelIsReadWrittenCopiedComparedAndFreed) {
   runOnSmallStack([&] {
     const JSON value = parseJSON(bytes);
     EXPECT_TRUE(writeCompact(value) == bytes);
-    const JSON copy = value;
-    EXPECT_TRUE(copy == value);
+    EXPECT_TRUE(JSON(value) == value);
     JSON other = parseJSON(otherBytes);
     EXPECT_FALSE(other == value);
     other = value;

@@ -1,3 +1,5 @@
+#include <cmath>
+#include <optional>
 #include <random>
 #include <set>
 #include <string>
@@ -15,6 +17,10 @@ namespace {
 
 // The slow way that parseRecordingFile must agree with: the whole value first, then its lines.
 
+std::optional<double> finite(std::optional<double> number) {
+  return number && std::isfinite(*number) ? number : std::nullopt;
+}
+
 std::vector<Meeting::Line> naiveLines(const JSON& value) {
   std::vector<Meeting::Line> lines;
   const JSONObject* object = value.asObject();
@@ -24,7 +30,8 @@ std::vector<Meeting::Line> naiveLines(const JSON& value) {
     const JSONObject* line = element.asObject();
     if (line == nullptr) continue;
     lines.push_back({std::string(line->getString("id").value_or("")),
-                     line->getNumber("t_start").value_or(0), line->getNumber("t_end"),
+                     finite(line->getNumber("t_start")).value_or(0),
+                     finite(line->getNumber("t_end")),
                      std::string(line->getString("speaker").value_or("?")),
                      std::string(line->getString("text").value_or(""))});
   }

@@ -1,3 +1,4 @@
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -115,6 +116,15 @@ TEST(Transcript, ALineHasAllItsColumns) {
   EXPECT_EQ(first.text, "好的\nyes");
   EXPECT_EQ(lines.line(1).tEnd, std::nullopt);
   EXPECT_EQ(lines.line(1).id, "L2");
+}
+
+TEST(Transcript, TimesThatAreNotFiniteCountAsAbsent) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  Meeting::Transcript lines;
+  lines.append("", kInfinity, -kInfinity, "Amy", "hello");
+  lines.settleIds();
+  EXPECT_EQ(lines.tStart(0), 0);
+  EXPECT_EQ(lines.tEnd(0), std::nullopt);
 }
 
 TEST(Transcript, IsEmptyAfterClear) {

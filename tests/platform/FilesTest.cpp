@@ -457,10 +457,11 @@ TEST(AppendLineToFile, FifoWithoutReaderFailsAtOnce) {
   EXPECT_EQ(failureOf([&] { appendLineToFile(folder.file("log"), "a\n", 0600); }), ENXIO);
 }
 
-TEST(ReadFile, FifoWithoutWriterDoesNotWait) {
+TEST(ReadFile, WhatIsNoRegularFileIsRefusedAtOnce) {
   const TemporaryFolder folder;
   ASSERT_EQ(::mkfifo(folder.file("fifo").c_str(), 0600), 0);
-  EXPECT_EQ(readFile(folder.file("fifo")), "");
+  EXPECT_EQ(failureOf([&] { readFile(folder.file("fifo")); }), ENOTSUP);
+  EXPECT_EQ(failureOf([] { readFile("/dev/zero"); }), ENOTSUP);
 }
 
 // globPaths

@@ -263,6 +263,20 @@ TEST(HostileSession, FifosInPlaceOfFilesHoldNothingUp) {
   EXPECT_THAT(ending.errors, HasSubstr("two/notes.json is not a JSON object"));
 }
 
+TEST(HostileSession, NumbersBeyondADoubleSpoilNoAnswer) {
+  const DataHome home;
+  home.write("recordings/one/notes.json",
+             R"({"title":"huge","duration_sec":1e400,"started_at":"2026-10-12T15:30:00+08:00",)"
+             R"("decisions":[{"text":"deposit","t":-1e400}],)"
+             R"("lines":[{"text":"deposit","t_start":1e400,"t_end":-1e999}]})");
+  letReadTranscripts(home);
+  ServerProcess server(onHome(home));
+  EXPECT_THAT(server.ask(callOf("list_meetings")), HasSubstr(R"("duration_sec":null)"));
+  const std::string hits = server.ask(callOf("search_transcripts", R"({"query":"deposit"})"));
+  EXPECT_THAT(hits, HasSubstr(R"("count":2)"));
+  EXPECT_THAT(hits, testing::Not(HasSubstr("Infinity")));
+}
+
 TEST(HostileSession, NoReindexLeavesTheFirstReadCallToRefresh) {
   const DataHome home;
   addRecording(home, "one");

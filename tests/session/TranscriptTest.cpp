@@ -94,6 +94,8 @@ class Performance {
   void start(const std::string& arguments) {
     server_ = std::make_unique<ServerProcess>(
         ServerProcess::Options{.arguments = words(arguments), .environment = home_.environment()});
+    // Its start is over when it answers: what the transcript does next comes after that.
+    EXPECT_EQ(server_->ask(kMarkRequest), kMarkAnswer);
   }
 
   void writeFile(const std::string& nameAndContent) {

@@ -1,0 +1,28 @@
+// FileLock: an advisory lock (flock(2)) that several servers take in turn.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "platform/Descriptor.h"
+
+namespace velta {
+
+// Takes the lock on an open file or directory, waiting for at most `patience`. Closing the
+// descriptor lets it go. False, with errno set, when that did not work; errno is EWOULDBLOCK when
+// another process held it all the time.
+bool lockWithin(int descriptor, std::chrono::milliseconds patience);
+
+// Holds the lock on a file or directory while it lives.
+class FileLock {
+ public:
+  // Waits for the lock on `path`, which must exist, for at most `patience`. Throws
+  // std::system_error; the code is EWOULDBLOCK when another process held it all the time.
+  FileLock(const std::string& path, std::chrono::milliseconds patience);
+
+ private:
+  Descriptor descriptor_;  // closing it lets the lock go
+};
+
+}  // namespace velta
