@@ -25,8 +25,8 @@ std::optional<JSONObject> readOptionalObject(const std::string& path);
 // The string under `key` when it is not empty.
 std::optional<std::string> nonEmptyString(const JSONObject& object, std::string_view key);
 
-// The number under `key` when it is finite. JSON cannot write any other, so a single one would spoil
-// every answer that holds it.
+// The number under `key` when it is finite. JSON cannot write any other, so a single one would
+// spoil every answer that holds it.
 std::optional<double> finiteNumber(const JSONObject& object, std::string_view key);
 
 // The id of digest item number `number`, counted from 1.
