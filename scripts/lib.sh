@@ -159,4 +159,16 @@ setup_checks() {
     note "installing with apt: $package"
     apt_install "$package" || note "not to be had: $package"
   done
+  use_newer_node
+}
+
+# The distribution's node may be too old for the client libraries; npm has newer ones.
+use_newer_node() {
+  local tools="$ROOT/build/node"
+  if have_node || ! have npm; then return 0; fi
+  if [ ! -x "$tools/node_modules/node/bin/node" ]; then
+    note "installing with npm: node@22"
+    npm install --prefix "$tools" --no-audit --no-fund --loglevel=error node@22 >/dev/null || return 0
+  fi
+  PATH="$tools/node_modules/node/bin:$PATH"
 }

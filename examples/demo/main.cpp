@@ -1,15 +1,18 @@
 // velta-demo REQUESTS < ANSWERS: shows a recorded session as a person can read it.
 //
 // REQUESTS holds the lines that a client sent, ANSWERS what the server wrote to its standard
-// output. Every request is shown with the answer of the same id: the tools, the meetings, the hits.
+// output. Every request is shown with the answer of the same id: the tools, the meetings, the
+// hits, a meeting's notes and lines, a person's way through the meetings.
 // Colours are used when standard output is a terminal and NO_COLOR is unset; COLUMNS gives the
 // width.
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <initializer_list>
 #include <iostream>
 #include <map>
 #include <string>
@@ -125,11 +128,59 @@ std::vector<const JSONObject*> objectsOf(const JSONObject& parent, std::string_v
   return objects;
 }
 
+// The first of these members that holds a text.
+std::string firstTextOf(const JSONObject& object, std::initializer_list<std::string_view> keys) {
+  for (const std::string_view key : keys) {
+    if (auto text = object.getString(key)) return std::string(*text);
+  }
+  return "";
+}
+
 std::size_t widest(const std::vector<const JSONObject*>& rows, std::string_view key) {
   std::size_t columns = 0;
   for (const JSONObject* row : rows) columns = std::max(columns, columnsOf(textOf(*row, key)));
   return columns;
 }
+
+// Something that was said or written at a time of a meeting.
+struct Evidence {
+  std::string line = {};
+  std::string clock = {};
+  std::string who = {};
+  std::string text = {};
+};
+
+// Of a hit, a transcript line, or an item of a meeting's notes.
+Evidence evidenceOf(const JSONObject& item) {
+  return {firstTextOf(item, {"line_id", "line", "start_line"}), textOf(item, "clock"),
+          firstTextOf(item, {"speaker", "owner"}),
+          firstTextOf(item, {"text", "question", "title"})};
+}
+
+// The elements of a list, which in written notes may be plain texts.
+std::vector<Evidence> evidenceIn(const JSONObject& parent, std::string_view key) {
+  std::vector<Evidence> rows;
+  if (const JSON::Array* array = parent.getArray(key)) {
+    for (const JSON& element : *array) {
+      if (const JSONObject* item = element.asObject()) rows.push_back(evidenceOf(*item));
+      if (auto text = element.asString()) rows.push_back({.text = std::string(*text)});
+    }
+  }
+  return rows;
+}
+
+// The columns of one member of all rows with the gap behind it; none when it is empty everywhere.
+std::size_t columnOf(const std::vector<Evidence>& rows, std::string Evidence::*member) {
+  std::size_t columns = 0;
+  for (const Evidence& row : rows) columns = std::max(columns, columnsOf(row.*member));
+  return columns > 0 ? columns + 2 : 0;
+}
+
+std::string counted(std::int64_t count, std::string_view noun) {
+  return std::to_string(count).append(" ").append(noun).append(count == 1 ? "" : "s");
+}
+
+std::string minutes(double seconds) { return counted(std::llround(seconds / 60), "minute"); }
 
 class Screen {
  public:
@@ -144,7 +195,9 @@ class Screen {
       what += ' ';
       what += arguments != nullptr ? writeCompact(*arguments) : "{}";
     }
-    std::cout << "\n" << style_.accent << style_.bold << "→ " << what << style_.plain << "\n";
+    std::cout << "\n" << style_.accent << style_.bold << "→ ";
+    showText(what, 2);
+    std::cout << style_.plain;
   }
 
   void showAnswer(const JSONObject& answer) const {
@@ -178,9 +231,22 @@ class Screen {
   }
 
   void showContent(const JSONObject& content) const {
-    if (content.has("meetings")) showMeetings(objectsOf(content, "meetings"));
-    if (content.has("hits")) showHits(objectsOf(content, "hits"));
-    if (auto note = content.getString("note")) std::cout << "  " << *note << "\n";
+    if (content.has("talk_share_trend")) {
+      showPerson(content);
+    } else if (content.has("meetings")) {
+      showMeetings(objectsOf(content, "meetings"));
+    } else if (content.has("hits")) {
+      showHits(content);
+    } else if (content.has("lines")) {
+      showHeading(textOf(content, "id"), textOf(content, "title"));
+      showEvidence(evidenceIn(content, "lines"));
+    } else if (content.has("transcript_lines")) {
+      showMeeting(content);
+    }
+    if (auto note = content.getString("note")) {
+      std::cout << "  ";
+      showText(*note, 2);
+    }
   }
 
   // Date, id and title of every meeting, and the verdict below.
@@ -198,21 +264,94 @@ class Screen {
   }
 
   // The hits of one meeting under its id and title.
-  void showHits(const std::vector<const JSONObject*>& hits) const {
-    const std::size_t ids = widest(hits, "line_id") + 2;
-    const std::size_t speakers = widest(hits, "speaker") + 2;
+  void showHits(const JSONObject& content) const {
+    const std::vector<Evidence> rows = evidenceIn(content, "hits");
     std::string meeting;
-    for (const JSONObject* hit : hits) {
+    for (const JSONObject* hit : objectsOf(content, "hits")) {
       if (textOf(*hit, "meeting_id") != meeting) {
         meeting = textOf(*hit, "meeting_id");
-        std::cout << "  " << style_.accent << meeting << style_.plain << "  " << style_.bold
-                  << textOf(*hit, "meeting_title") << style_.plain << "\n";
+        showHeading(meeting, textOf(*hit, "meeting_title"));
       }
-      std::cout << "    " << style_.dim << cell(textOf(*hit, "line_id"), ids)
-                << cell(textOf(*hit, "clock"), kClockColumn) << style_.plain
-                << cell(textOf(*hit, "speaker"), speakers);
-      showText(textOf(*hit, "text"), 4 + ids + kClockColumn + speakers);
+      showRow(evidenceOf(*hit), rows);
     }
+  }
+
+  // The notes of one meeting: every section under its name.
+  void showMeeting(const JSONObject& meeting) const {
+    showHeading(textOf(meeting, "id"), textOf(meeting, "title"));
+    std::cout << "    " << style_.dim << textOf(meeting, "date");
+    if (auto seconds = meeting.getNumber("duration_sec")) std::cout << ", " << minutes(*seconds);
+    std::cout << ", " << counted(meeting.getInt("transcript_lines").value_or(0), "transcript line")
+              << style_.plain << "\n";
+    for (const std::string_view section :
+         {"verdict", "summary", "decisions", "chapters", "open_questions", "quotes"}) {
+      if (meeting.has(section)) showSection(meeting, section);
+    }
+  }
+
+  void showSection(const JSONObject& meeting, std::string_view name) const {
+    std::cout << "  " << style_.bold << name << style_.plain << "\n";
+    if (auto text = meeting.getString(name)) {
+      std::cout << "    ";
+      showText(*text, 4);
+    }
+    showEvidence(evidenceIn(meeting, name));
+  }
+
+  // A person meeting by meeting with what the person thought and took on, then the talk share.
+  void showPerson(const JSONObject& person) const {
+    std::cout << "  " << counted(person.getInt("meeting_count").value_or(0), "meeting") << ", "
+              << minutes(person.getNumber("total_talk_sec").value_or(0)) << " of talk\n";
+    for (const JSONObject* meeting : objectsOf(person, "meetings")) {
+      showHeading(textOf(*meeting, "meeting_id"), textOf(*meeting, "title"));
+      std::cout << "    " << style_.dim << textOf(*meeting, "date") << ", as "
+                << textOf(*meeting, "name_in_meeting") << ", " << textOf(*meeting, "role")
+                << style_.plain << "\n";
+      std::vector<Evidence> rows = evidenceIn(*meeting, "viewpoints");
+      for (Evidence& row : rows) row.who = "viewpoint";
+      for (Evidence& row : evidenceIn(*meeting, "decisions_owned")) {
+        row.who = "decision";
+        rows.push_back(std::move(row));
+      }
+      showEvidence(rows);
+    }
+    showTrend(objectsOf(person, "talk_share_trend"));
+  }
+
+  // One bar a meeting; the shares are fractions.
+  void showTrend(const std::vector<const JSONObject*>& trend) const {
+    if (trend.empty()) return;
+    std::cout << "  " << style_.bold << "talk share" << style_.plain << "\n";
+    for (const JSONObject* meeting : trend) {
+      const auto known = meeting->getNumber("talk_share");
+      const double share = std::clamp(known.value_or(0), 0.0, 1.0);
+      const std::string percent = known ? std::to_string(std::lround(share * 100)) + " %" : "?";
+      std::cout << "    " << cell(textOf(*meeting, "date"), kDateColumn)
+                << std::string(kPercentColumn - percent.size(), ' ') << percent << "  "
+                << style_.accent;
+      for (long i = 0; i < std::lround(share * kLongestBar); ++i) std::cout << "▇";
+      std::cout << style_.plain << "\n";
+    }
+  }
+
+  void showHeading(const std::string& id, std::string_view title) const {
+    std::cout << "  " << style_.accent << id << style_.plain << "  " << style_.bold;
+    showText(title, 4 + columnsOf(id));
+    std::cout << style_.plain;
+  }
+
+  void showEvidence(const std::vector<Evidence>& rows) const {
+    for (const Evidence& row : rows) showRow(row, rows);
+  }
+
+  // One of `rows`, which share their columns.
+  void showRow(const Evidence& row, const std::vector<Evidence>& rows) const {
+    const std::size_t lines = columnOf(rows, &Evidence::line);
+    const std::size_t clocks = columnOf(rows, &Evidence::clock);
+    const std::size_t names = columnOf(rows, &Evidence::who);
+    std::cout << "    " << style_.dim << cell(row.line, lines) << cell(row.clock, clocks)
+              << style_.plain << cell(row.who, names);
+    showText(row.text, 4 + lines + clocks + names);
   }
 
   // The rest of a line that has been filled up to `indent`, and what follows it.
@@ -223,7 +362,8 @@ class Screen {
   }
 
   static constexpr std::size_t kDateColumn = 12;
-  static constexpr std::size_t kClockColumn = 9;
+  static constexpr std::size_t kPercentColumn = 5;
+  static constexpr double kLongestBar = 40;  // columns, of one who talked alone
   static constexpr std::size_t kNarrowText = 20;
   Style style_;
 };

@@ -37,6 +37,16 @@ const Index::Entry* Index::find(const std::string& id) const {
   return found == entries_.end() ? nullptr : &found->second;
 }
 
+std::vector<std::string> Index::peopleNames() const {
+  std::vector<std::string> names;
+  for (const auto& [id, entry] : entries_) {
+    for (const JSONObject& person : entry.meeting.people) {
+      if (const auto name = person.getString("name")) names.emplace_back(*name);
+    }
+  }
+  return names;
+}
+
 const std::vector<const Index::Entry*>& Index::newestFirst() const {
   if (!newestFirstValid_) {
     newestFirst_.clear();

@@ -81,6 +81,9 @@ class Index {
   // The entry of a meeting id, null when there is none.
   const Entry* find(const std::string& id) const;
 
+  // The names of all people of all meetings, as written there, repeated as there.
+  std::vector<std::string> peopleNames() const;
+
   // All entries, newest first: by date descending, undated last; on one date by start time
   // descending, without one last; then by order. Valid until the next refresh or insert.
   const std::vector<const Entry*>& newestFirst() const;

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -29,6 +30,8 @@ class Output {
     return buffer_.data() + size_;
   }
   void advance(std::size_t count) { size_ += count; }
+  // Bytes written so far, with what was there before.
+  std::size_t written() const { return out_.size() + size_; }
   void flush() {
     out_.append(buffer_.data(), size_);
     size_ = 0;
@@ -172,6 +175,10 @@ void putQuoted(Output& out, std::string_view text) {
   } while (!text.empty());
 }
 
+// Indentation beyond this many bytes has to stay below this multiple of what it indents.
+constexpr std::size_t kMaxIndentation = std::size_t{64} * 1024 * 1024;
+constexpr std::size_t kMaxIndentationShare = 8;
+
 // Writes one value; keeps a list of the open arrays and objects instead of recursing.
 class Writer {
  public:
@@ -271,11 +278,18 @@ class Writer {
     if (!indented_) return;
     out_.put('\n');
     out_.putSpaces(levels_.size() * width_);
+    indentation_ += levels_.size() * width_;
+    // Blanks grow with the square of the depth: 100 KB of brackets would become 5 GB of them.
+    const std::size_t content = out_.written() - indentation_;
+    if (indentation_ > kMaxIndentation && indentation_ / kMaxIndentationShare > content) {
+      throw std::length_error("nested too deeply to be written with indentation");
+    }
   }
 
   Output out_;
   const bool indented_;
   const std::size_t width_;
+  std::size_t indentation_ = 0;  // blanks written so far
   std::vector<Level> levels_;
 };
 

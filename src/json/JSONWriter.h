@@ -19,7 +19,8 @@ namespace velta {
 std::string writeCompact(const JSON& value);
 std::string writeCompact(const JSONObject& object);
 
-// `value` with line breaks and `width` spaces a level.
+// `value` with line breaks and `width` spaces a level. Throws std::length_error for a value that is
+// nested so deeply that the text would be next to nothing but blanks, and too many of them.
 std::string writeIndented(const JSON& value, int width);
 std::string writeIndented(const JSONObject& object, int width);
 

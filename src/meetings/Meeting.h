@@ -53,6 +53,12 @@ struct Meeting {
     std::string_view text(std::size_t index) const { return texts_[index]; }
     Line line(std::size_t index) const;
 
+    // Whether no line starts before the one before it.
+    bool isInTimeOrder() const { return inTimeOrder_; }
+    // The first line that may start at or after `seconds`: found by halving when the lines are in
+    // time order, else line 0.
+    std::size_t firstFrom(double seconds) const;
+
     // The texts as one block to search in.
     const TextBlock& texts() const { return texts_; }
     // The distinct speakers in order of appearance, and which of them speaks a line.
@@ -72,6 +78,7 @@ struct Meeting {
 
     TextBlock texts_;
     std::vector<double> starts_;
+    bool inTimeOrder_ = true;
     std::vector<double> ends_;  // NaN: absent
     std::vector<std::uint32_t> speakerOf_;
     std::vector<std::string> speakers_;

@@ -1,4 +1,5 @@
 // The transcript of a meeting in columns.
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <unordered_set>
@@ -76,7 +77,9 @@ void Meeting::Transcript::append(std::string_view id, double tStart, std::option
                                  std::string_view speaker, std::string_view text) {
   texts_.append(text);
   ids_.append(id);
-  starts_.push_back(std::isfinite(tStart) ? tStart : 0);
+  const double start = std::isfinite(tStart) ? tStart : 0;
+  inTimeOrder_ = inTimeOrder_ && (starts_.empty() || starts_.back() <= start);
+  starts_.push_back(start);
   ends_.push_back(tEnd && std::isfinite(*tEnd) ? *tEnd : kAbsent);
   speakerOf_.push_back(speakerNumber(speaker));
 }
@@ -140,6 +143,12 @@ void Meeting::Transcript::finish() {
 
 std::string Meeting::Transcript::id(std::size_t index) const {
   return ids_.empty() ? numberedId(index) : std::string(ids_[index]);
+}
+
+std::size_t Meeting::Transcript::firstFrom(double seconds) const {
+  if (!inTimeOrder_) return 0;
+  const auto first = std::lower_bound(starts_.begin(), starts_.end(), seconds);
+  return static_cast<std::size_t>(first - starts_.begin());
 }
 
 std::optional<double> Meeting::Transcript::tEnd(std::size_t index) const {

@@ -79,6 +79,39 @@ JSONObject searchTranscripts(ServerState& state, const Call& call) {
       access);
 }
 
+JSONObject getMeeting(ServerState& state, const Call& call) {
+  const Access access = accessForReading(state, call);
+  const std::string id = call.arguments.requiredString("id");
+  return state.store.getMeeting(id, call.arguments.optionalStrings("sections"), access);
+}
+
+JSONObject getTranscript(ServerState& state, const Call& call) {
+  const Access access = accessForReading(state, call);
+  const Arguments& arguments = call.arguments;
+  return state.store.getTranscript({.id = arguments.requiredString("id"),
+                                    .fromSec = arguments.optionalNumber("from_sec"),
+                                    .toSec = arguments.optionalNumber("to_sec"),
+                                    .limit = arguments.integer("limit", 400)},
+                                   access);
+}
+
+JSONObject getPerson(ServerState& state, const Call& call) {
+  const Access access = accessForReading(state, call);
+  const Arguments& arguments = call.arguments;
+  return state.store.getPerson({.name = arguments.requiredString("name"),
+                                .dateFrom = arguments.optionalFilter("date_from"),
+                                .dateTo = arguments.optionalFilter("date_to")},
+                               access);
+}
+
+JSONObject addTerm(ServerState& state, const Call& call) {
+  const Arguments& arguments = call.arguments;
+  return state.terms.addTerm({.wrong = arguments.requiredString("wrong"),
+                              .right = arguments.requiredString("right"),
+                              .tier = arguments.optionalString("tier")},
+                             state.client, state.now());
+}
+
 JSONObject notBuiltYet(ServerState&, const Call& call) {
   throw StoreError::value(std::string(call.tool) +
                           " is not part of this version yet. Next step: use list_meetings and "
@@ -100,13 +133,13 @@ struct Row {
 
 constexpr Row kHandlers[] = {
     {"list_meetings", listMeetings},
-    {"get_meeting", notBuiltYet},
+    {"get_meeting", getMeeting},
     {"search_transcripts", searchTranscripts},
-    {"get_transcript", notBuiltYet},
-    {"get_person", notBuiltYet},
+    {"get_transcript", getTranscript},
+    {"get_person", getPerson},
     {"process_recording", notBuiltYet},
     {"get_job", notBuiltYet},
-    {"add_term", notBuiltYet},
+    {"add_term", addTerm},
     {"velta_admin_stats", adminStats},
 };
 
@@ -176,10 +209,11 @@ std::string Dispatch::refusal(std::string_view tool, const Permission& needed) c
 
 JSONObject Dispatch::succeeded(const std::string& tool, const JSONObject& arguments,
                                JSONObject result) {
+  JSON::Array content = textContent(writeIndented(result, 2));  // may throw: then nothing was ok
   state_.agents.record(state_.client, tool, arguments, Agents::Outcome::ok);
   // Set one by one: a braced list would copy the result, which may be large.
   JSONObject envelope;
-  envelope.set("content", textContent(writeIndented(result, 2)));
+  envelope.set("content", std::move(content));
   envelope.set("isError", false);
   envelope.set("structuredContent", std::move(result));
   return envelope;

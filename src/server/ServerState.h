@@ -18,6 +18,7 @@
 #include "platform/Time.h"
 #include "server/ToolSchemas.h"
 #include "store/Store.h"
+#include "terms/Terms.h"
 
 namespace velta {
 
@@ -50,6 +51,7 @@ struct ServerState {
   Index index;
   Store store;
   Agents agents;
+  Terms terms;
   const std::optional<std::string> client;
   const std::vector<std::string> allowed;  // visibilities that the client may see, fixed at start
   const bool adminStats;

@@ -7,6 +7,7 @@
 #include "index/FoldedText.h"
 #include "meetings/TextNorm.h"
 #include "platform/Text.h"
+#include "store/Answer.h"
 #include "store/DateFilter.h"
 #include "store/Search.h"
 #include "terms/ScriptVariants.h"
@@ -26,14 +27,14 @@ constexpr std::string_view kTranscriptsNotSearched =
     "Transcript lines were not searched: this agent may read notes and digests only. Hits are kind "
     "notes or digest. To search raw lines the user turns on read_transcripts for this agent";
 
+std::string unavailable(const std::string& id) {
+  return "No meeting with id '" + id +
+         "' is available to this client. Next step: call list_meetings to get valid ids";
+}
+
 constexpr std::int64_t kDefaultLimit = 20;
 constexpr std::int64_t kMaxLimit = 200;
 constexpr std::size_t kMaxHitCharacters = 400;
-
-std::size_t effectiveLimit(std::int64_t limit) {
-  if (limit == 0) return kDefaultLimit;
-  return static_cast<std::size_t>(std::clamp<std::int64_t>(limit, 1, kMaxLimit));
-}
 
 // Words are separated by these four characters only, on purpose: an ideographic space joins.
 std::vector<QueryToken> tokensOf(std::string_view query) {
@@ -49,10 +50,6 @@ std::vector<QueryToken> tokensOf(std::string_view query) {
 }
 
 bool isGiven(const std::optional<std::string>& argument) { return argument && !argument->empty(); }
-
-JSON::Array stringArray(const std::vector<std::string>& texts) {
-  return {texts.begin(), texts.end()};
-}
 
 JSON::Array namesOf(const std::vector<JSONObject>& people) {
   JSON::Array names;
@@ -125,21 +122,22 @@ Search::Request requestOf(const Store::SearchArguments& arguments, std::vector<Q
   request.lines = arguments.readTranscripts;
   request.notes = !arguments.readTranscripts;
   request.digest = arguments.includeDigest;
-  request.limit = effectiveLimit(arguments.limit);
+  request.limit = effectiveLimit(arguments.limit, kDefaultLimit, kMaxLimit);
   return request;
-}
-
-// Why nothing was found: nothing is visible at all, or nothing of it matched.
-std::string emptyNote(const Access& access, const Index& index, std::string_view nothingMatched) {
-  return access.noneVisibleMessage(index).value_or(std::string(nothingMatched));
 }
 
 }  // namespace
 
+const Index::Entry& Store::resolve(const std::string& id, const Access& access) const {
+  const Index::Entry* entry = index_.find(id);
+  if (entry == nullptr || !access.sees(*entry)) throw StoreError::lookup(unavailable(id));
+  return *entry;
+}
+
 JSONObject Store::listMeetings(const ListArguments& arguments, const Access& access) const {
   JSONObject status = status_();
   const MeetingFilter filter(arguments);
-  const std::size_t limit = effectiveLimit(arguments.limit);
+  const std::size_t limit = effectiveLimit(arguments.limit, kDefaultLimit, kMaxLimit);
   JSON::Array meetings;
   for (const Index::Entry* entry : index_.newestFirst()) {
     if (meetings.size() == limit) break;

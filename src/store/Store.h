@@ -51,6 +51,19 @@ class Store {
     bool readTranscripts = false;  // the agent's permission: lines are searched only with it
   };
 
+  struct TranscriptArguments {
+    std::string id = {};
+    std::optional<double> fromSec = {};  // seconds from the start of the meeting, both inclusive
+    std::optional<double> toSec = {};
+    std::int64_t limit = 400;
+  };
+
+  struct PersonArguments {
+    std::string name = {};
+    std::optional<std::string> dateFrom = {};
+    std::optional<std::string> dateTo = {};
+  };
+
   // `index` must outlive the store. `status` gives the index status object of a result, or throws
   // StoreError::index when there is nothing to answer from.
   Store(const Index& index, std::function<JSONObject()> status)
@@ -62,6 +75,23 @@ class Store {
   // Lines, notes and digest items that hold all words of the query, newest meeting first. Throws
   // StoreError::value for a query without words.
   JSONObject searchTranscripts(const SearchArguments& arguments, const Access& access) const;
+
+  // The notes of one meeting: all sections, or those of the given names (unknown names are
+  // ignored). Throws StoreError::lookup like every tool that takes a meeting id.
+  JSONObject getMeeting(const std::string& id,
+                        const std::optional<std::vector<std::string>>& sections,
+                        const Access& access) const;
+
+  // The transcript lines of one meeting that start in a range of time.
+  JSONObject getTranscript(const TranscriptArguments& arguments, const Access& access) const;
+
+  // One person across the meetings, oldest first. Throws StoreError::value for an empty name.
+  JSONObject getPerson(const PersonArguments& arguments, const Access& access) const;
+
+  // The entry of a meeting id. Throws StoreError::lookup when there is none or when `access` does
+  // not let it through: the two are told alike, on purpose, so that nobody learns that a hidden
+  // meeting exists.
+  const Index::Entry& resolve(const std::string& id, const Access& access) const;
 
  private:
   const Index& index_;

@@ -1,6 +1,6 @@
 // What the client tests share: a sample data home of their own, and the built program as a child
 // process of a real client library.
-import { cpSync, mkdtempSync, rmSync, writeFileSync } from "node:fs";
+import { cpSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { dirname, join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
@@ -38,6 +38,10 @@ export class SampleHome {
 
   write(name, value) {
     writeFileSync(join(this.path, name), JSON.stringify(value, null, 2));
+  }
+
+  read(name) {
+    return JSON.parse(readFileSync(join(this.path, name), "utf8"));
   }
 
   // Sets what the agent may do, as the desktop app's settings do.

@@ -264,5 +264,14 @@ TEST(JSONWriter, AFileThatCannotBeWrittenIsASystemError) {
   EXPECT_THROW(writeJSONFile(JSONObject{}, "/dev/null/file.json", 2), std::system_error);
 }
 
+TEST(JSONWriter, DeepNestingIsRefusedWithIndentationOnceBlanksAreNearlyAllOfIt) {
+  const auto nested = [](std::size_t depth) {
+    return parseJSON(std::string(depth, '[') + "1" + std::string(depth, ']'));
+  };
+  EXPECT_EQ(writeIndented(nested(1000), 2).size(), 2'004'001U);
+  EXPECT_THROW(writeIndented(nested(100'000), 2), std::length_error);
+  EXPECT_EQ(writeCompact(nested(100'000)).size(), 200'001U);
+}
+
 }  // namespace
 }  // namespace velta

@@ -127,6 +127,45 @@ TEST(Transcript, TimesThatAreNotFiniteCountAsAbsent) {
   EXPECT_EQ(lines.tEnd(0), std::nullopt);
 }
 
+Meeting::Transcript withStarts(const std::vector<double>& starts) {
+  Meeting::Transcript lines;
+  for (const double start : starts) lines.append("", start, std::nullopt, "Amy", "");
+  lines.settleIds();
+  return lines;
+}
+
+TEST(Transcript, IsInTimeOrderWhenNoLineStartsBeforeTheOneBeforeIt) {
+  EXPECT_TRUE(withStarts({}).isInTimeOrder());
+  EXPECT_TRUE(withStarts({5}).isInTimeOrder());
+  EXPECT_TRUE(withStarts({-1, 0, 0, 2.5}).isInTimeOrder());
+  EXPECT_FALSE(withStarts({0, 2, 1}).isInTimeOrder());
+  EXPECT_FALSE(withStarts({0, 2, 1, 3, 4}).isInTimeOrder());
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  EXPECT_FALSE(withStarts({1, kInfinity}).isInTimeOrder());  // infinity counts as 0
+}
+
+TEST(Transcript, FirstLineFromATimeIsFoundWhenLinesAreInTimeOrder) {
+  const Meeting::Transcript lines = withStarts({0, 5, 5, 8});
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(lines.firstFrom(-kInfinity), 0U);
+  EXPECT_EQ(lines.firstFrom(0), 0U);
+  EXPECT_EQ(lines.firstFrom(0.1), 1U);
+  EXPECT_EQ(lines.firstFrom(5), 1U);
+  EXPECT_EQ(lines.firstFrom(5.1), 3U);
+  EXPECT_EQ(lines.firstFrom(9), 4U);
+  EXPECT_EQ(withStarts({}).firstFrom(0), 0U);
+}
+
+TEST(Transcript, EveryLineMayBeTheFirstFromATimeWhenLinesAreOutOfOrder) {
+  EXPECT_EQ(withStarts({8, 5, 0}).firstFrom(100), 0U);
+}
+
+TEST(Transcript, IsInTimeOrderAgainAfterClear) {
+  Meeting::Transcript lines = withStarts({2, 1});
+  lines.clear();
+  EXPECT_TRUE(lines.isInTimeOrder());
+}
+
 TEST(Transcript, IsEmptyAfterClear) {
   Meeting::Transcript lines = withIds({"a"});
   lines.clear();

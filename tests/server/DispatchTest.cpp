@@ -9,6 +9,7 @@
 #include "json/JSONWriter.h"
 #include "server/Dispatch.h"
 #include "server/TestServer.h"
+#include "support/TimeZone.h"
 
 namespace velta {
 namespace {
@@ -79,9 +80,10 @@ TEST(Dispatch, EveryToolOfTheCatalogueHasAHandler) {
 
 TEST(Dispatch, ToolThatIsNotBuiltYetSaysSo) {
   TestServer server;
-  EXPECT_EQ(server.failure("get_meeting", R"({"id":"x"})"),
-            "Error executing tool get_meeting: get_meeting is not part of this version yet. Next "
-            "step: use list_meetings and search_transcripts, or update velta-mcp");
+  server.setAgent(std::string(kEverything));
+  EXPECT_EQ(server.failure("process_recording", R"({"path":"x"})"),
+            "Error executing tool process_recording: process_recording is not part of this version "
+            "yet. Next step: use list_meetings and search_transcripts, or update velta-mcp");
 }
 
 TEST(Dispatch, AdminToolIsNotEnabledWithoutAdminStats) {
@@ -122,7 +124,8 @@ TEST(Dispatch, PermissionGivenBetweenTwoCallsOpensTheGate) {
   TestServer server;
   EXPECT_THAT(server.failure("add_term"), HasSubstr("is turned off for agent"));
   server.setAgent(R"({"tools":{"add_terms":true}})");
-  EXPECT_THAT(server.failure("add_term"), Not(HasSubstr("is turned off for agent")));
+  EXPECT_EQ(server.failure("add_term"),
+            "Error executing tool add_term: argument wrong is required");
   server.setAgent("{}");
   EXPECT_THAT(server.failure("add_term"), HasSubstr("is turned off for agent"));
 }
@@ -214,6 +217,116 @@ TEST(Dispatch, MissingQueryFailsTheSearch) {
   TestServerWithMeeting server;
   EXPECT_EQ(server.failure("search_transcripts"),
             "Error executing tool search_transcripts: argument query is required");
+}
+
+TEST(Dispatch, ToolsOfOneMeetingRefuseArgumentsOfAnotherKind) {
+  TestServerWithMeeting server;
+  server.setAgent(std::string(kEverything));
+  const struct {
+    std::string tool;
+    std::string arguments;
+    std::string message;
+  } cases[] = {
+      {"get_meeting", "{}", "argument id is required"},
+      {"get_meeting", R"({"id":5})", "argument id must be a string, got 5"},
+      {"get_meeting", R"({"id":"x","sections":"summary"})",
+       "argument sections must be a list of strings, got \"summary\""},
+      {"get_meeting", R"({"id":"x","sections":["summary",5]})",
+       "argument sections must be a list of strings, got [\"summary\",5]"},
+      {"get_transcript", R"({"from_sec":1})", "argument id is required"},
+      {"get_transcript", R"({"id":"x","from_sec":"1:05"})",
+       "argument from_sec must be a number, got \"1:05\""},
+      {"get_transcript", R"({"id":"x","to_sec":true})",
+       "argument to_sec must be a number, got true"},
+      {"get_transcript", R"({"id":"x","limit":1.5})", "argument limit must be an integer, got 1.5"},
+      {"get_person", "{}", "argument name is required"},
+      {"get_person", R"({"name":null})", "argument name is required"},
+      {"get_person", R"({"name":"","date_from":5})", "argument date_from must be a string, got 5"},
+      {"get_person", R"({"name":""})", "name is empty"},
+      {"add_term", R"({"wrong":"a"})", "argument right is required"},
+      {"add_term", R"({"wrong":"a","right":["b"]})",
+       "argument right must be a string, got [\"b\"]"},
+      {"add_term", R"({"wrong":"a","right":"b","tier":1})",
+       "argument tier must be a string, got 1"},
+      {"add_term", R"({"wrong":"a","right":"b","tier":"Auto"})",
+       "tier must be auto or hint, got 'Auto'"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(server.failure(c.tool, c.arguments),
+              "Error executing tool " + c.tool + ": " + c.message);
+  EXPECT_FALSE(server.home.has("dictionary.json"));
+}
+
+TEST(Dispatch, ToolsOfOneMeetingTakeTheirArguments) {
+  TestServerWithMeeting server;
+  server.setAgent(std::string(kEverything));
+  EXPECT_EQ(
+      server.success("get_meeting", R"({"id":"rec-weekly","sections":["decisions"]})").keys(),
+      (std::vector<std::string>{"id", "title", "date", "started_at", "duration_sec", "source",
+                                "visibility", "tags", "index", "decisions", "transcript_lines"}));
+  const auto lines = [&](const std::string& more) {
+    return server.success("get_transcript", R"({"id":"rec-weekly")" + more + "}").getInt("count");
+  };
+  EXPECT_EQ(lines(""), 1);
+  EXPECT_EQ(lines(R"(,"from_sec":"5","to_sec":5.0,"limit":"7")"), 1);
+  EXPECT_EQ(lines(R"(,"from_sec":5.5,"to_sec":null)"), 0);
+  EXPECT_EQ(lines(R"(,"to_sec":4)"), 0);
+  EXPECT_EQ(server.success("get_person", R"({"name":"Arlo","date_from":"","date_to":null})")
+                .getInt("meeting_count"),
+            0);  // nobody of that name takes part
+}
+
+TEST(Dispatch, OrderOfAReadIsArgumentsThenEmptyNameThenFreshnessThenTheMeeting) {
+  TestServer server;  // its index is empty
+  server.setAgent(std::string(kEverything));
+  for (const std::string tool : {"get_meeting", "get_transcript"}) {
+    EXPECT_THAT(server.failure(tool), HasSubstr("argument id is required"));
+    EXPECT_THAT(server.failure(tool, R"({"id":"x"})"), HasSubstr("The index is empty. "));
+  }
+  EXPECT_THAT(server.failure("get_person", R"({"name":""})"), HasSubstr("name is empty"));
+  EXPECT_THAT(server.failure("get_person", R"({"name":"x"})"), HasSubstr("The index is empty. "));
+}
+
+TEST(Dispatch, HiddenMeetingAndMissingMeetingAreAnsweredAlikeToTheByte) {
+  const std::string agent =
+      R"({"tools":{"read_transcripts":true},"scope":"tagged","hide_private":false})";
+  TestServerWithMeeting hidden;  // its meeting has no tag "agents"
+  hidden.setAgent(agent);
+  TestServerWithMeeting missing;
+  missing.addMeeting("other");
+  missing.home.remove("recordings/weekly");
+  missing.setAgent(agent);
+  for (const std::string tool : {"get_meeting", "get_transcript"}) {
+    const std::string answer = writeCompact(hidden.call(tool, R"({"id":"rec-weekly"})"));
+    EXPECT_EQ(answer, writeCompact(missing.call(tool, R"({"id":"rec-weekly"})")));
+    EXPECT_EQ(answer, R"({"content":[{"text":"Error executing tool )" + tool +
+                          R"(: No meeting with id 'rec-weekly' is available to this client. Next )"
+                          R"(step: call list_meetings to get valid ids","type":"text"}],)"
+                          R"("isError":true})");
+  }
+}
+
+TEST(Dispatch, AddedTermIsKeptWithTheLocalTimeAndTheClientsName) {
+  const TimeZone zone("Asia/Taipei");
+  TestServer server;
+  server.setAgent(std::string(kEverything));
+  EXPECT_EQ(server.success("add_term", R"({"wrong":"蝶沙","right":"碟煞"})").getBool("created"),
+            true);
+  const JSON dictionary = parseJSON(server.home.read("dictionary.json"));
+  EXPECT_EQ(writeCompact(dictionary.asObject()->getArray("terms")->front()),
+            R"({"wrong":"蝶沙","right":"碟煞","tier":"hint",)"
+            R"("updated_at":"2026-10-24T08:00:00+0800","updated_by":"mcp:claude-code"})");
+}
+
+TEST(Dispatch, NameOfAnIndexedMeetingIsNoAutomaticTerm) {
+  TestServerWithMeeting server;
+  server.home.write("recordings/weekly/notes.json",
+                    R"({"title":"Weekly","speakers":[{"name":"Zhang Yi"}]})");
+  server.setAgent(std::string(kEverything));
+  server.get().start(/*reindex=*/true);
+  EXPECT_THAT(server.failure("add_term", R"({"wrong":"zhang yi","right":"x","tier":"auto"})"),
+              HasSubstr("Refused as auto: 'zhang yi' is a person name in your speaker list or "
+                        "meetings. "));
 }
 
 TEST(Dispatch, ArgumentsThatAreNoObjectCountAsNone) {
@@ -363,8 +476,8 @@ TEST(Dispatch, WriteToolsDoNotRefresh) {
   TestServer server("claude-code", /*adminStats=*/true);
   server.setAgent(std::string(kEverything));
   server.home.write("mcp-config.json", R"({"sources":[{"type":"web"}]})");
-  for (const std::string tool : {"process_recording", "add_term", "velta_admin_stats"})
-    server.failure(tool);
+  for (const std::string tool : {"process_recording", "velta_admin_stats"}) server.failure(tool);
+  server.success("add_term", R"({"wrong":"a","right":"b"})");
   EXPECT_THAT(server.diagnostics, IsEmpty());
 }
 

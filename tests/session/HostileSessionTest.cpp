@@ -277,6 +277,20 @@ TEST(HostileSession, NumbersBeyondADoubleSpoilNoAnswer) {
   EXPECT_THAT(hits, testing::Not(HasSubstr("Infinity")));
 }
 
+TEST(HostileSession, NotesNestedTooDeeplyAreAnErrorAndNotGigabytesOfBlanks) {
+  const DataHome home;
+  home.write("recordings/deep/notes.json", R"({"title":"deep","summary":)" +
+                                               std::string(100'000, '[') +
+                                               std::string(100'000, ']') + "}");
+  ServerProcess server(onHome(home));
+  EXPECT_THAT(server.ask(callOf("get_meeting", R"({"id":"rec-deep"})")),
+              HasSubstr("Error executing tool get_meeting: nested too deeply"));
+  EXPECT_THAT(server.ask(callOf("get_meeting", R"({"id":"rec-deep","sections":["verdict"]})")),
+              HasSubstr(R"("isError":false)"));
+  server.finish();
+  EXPECT_THAT(home.lines("activity.jsonl"), SizeIs(2));
+}
+
 TEST(HostileSession, NoReindexLeavesTheFirstReadCallToRefresh) {
   const DataHome home;
   addRecording(home, "one");

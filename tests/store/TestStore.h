@@ -1,6 +1,7 @@
 // TestStore: a store over an index that a test fills by hand.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -41,6 +42,18 @@ class TestStore {
     return store.searchTranscripts(arguments, access);
   }
 
+  JSONObject meeting(const std::string& id,
+                     const std::optional<std::vector<std::string>>& sections = {}) const {
+    return store.getMeeting(id, sections, access);
+  }
+  JSONObject transcript(const Store::TranscriptArguments& arguments) const {
+    return store.getTranscript(arguments, access);
+  }
+  JSONObject person(const std::string& name) const { return personIn({.name = name}); }
+  JSONObject personIn(const Store::PersonArguments& arguments) const {
+    return store.getPerson(arguments, access);
+  }
+
   TestHome home;
   Access access;
   JSONObject statusObject{{"age_hours", 0.5}};
@@ -53,6 +66,17 @@ class TestStore {
     return statusObject;
   }
 };
+
+// The message of the StoreError that `action` throws.
+template <class Action>
+std::string storeErrorOf(Action action) {
+  try {
+    action();
+  } catch (const StoreError& error) {
+    return error.what();
+  }
+  return "(no error)";
+}
 
 // The values of `key` in the objects of an array, strings as they are and others as JSON.
 inline std::vector<std::string> column(const JSONObject& result, std::string_view array,
