@@ -32,7 +32,8 @@ constexpr std::string_view kAppliesNext =
 constexpr std::size_t kRightLimit = 50;  // the first number of characters that is too many
 constexpr std::string_view kForbiddenInRight = "<>{}[]\\";
 constexpr int kIndent = 2;
-constexpr std::chrono::seconds kLockPatience(5);
+// Long, because asking again and again is not fair: of many busy servers one may lose for seconds.
+constexpr std::chrono::seconds kLockPatience(30);
 
 // The 96 most common surnames; a term of one of them plus two characters reads like a full name.
 constexpr std::u32string_view kSurnames =
