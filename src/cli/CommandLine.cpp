@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "config/BuildConstants.h"
+#include "platform/Process.h"
 #include "platform/Stdio.h"
 #include "platform/Text.h"
 #include "server/Server.h"
@@ -93,11 +94,12 @@ void parseAlone(const std::string& argument, CLI::Options& options) {
   }
 }
 
-int serve(CLI::Options options, Config config) {
+int serve(CLI::Options options, Config config, std::string executable) {
   PatientWriter diagnostics(kStandardError);
   Server server({.config = std::move(config),
                  .client = std::move(options.client),
                  .adminStats = options.adminStats,
+                 .executable = std::move(executable),
                  .diagnose = [&](std::string_view line) { diagnostics.write(line); }});
   server.start(options.reindex);
   server.run(kStandardInput, kStandardOutput);
@@ -124,7 +126,8 @@ CLI::Options CLI::parse(const std::vector<std::string>& arguments) {
   return options;
 }
 
-int runCommandLine(const std::vector<std::string>& arguments, Environment environment) {
+int runCommandLine(const std::string& program, const std::vector<std::string>& arguments,
+                   Environment environment) {
   ignoreWriteSignals();
   CLI::Options options = CLI::parse(arguments);
   if (options.help) return say(kStandardOutput, usage(), kDone);
@@ -133,7 +136,8 @@ int runCommandLine(const std::vector<std::string>& arguments, Environment enviro
     return say(kStandardError, unknownArguments(options.unknown), kRefused);
   if (options.action) return say(kStandardError, actionNotBuiltYet(*options.action), kFailed);
   if (options.http) return say(kStandardError, httpRefusal(), kRefused);
-  return serve(std::move(options), Config::fromEnvironment(std::move(environment)));
+  return serve(std::move(options), Config::fromEnvironment(std::move(environment)),
+               executablePath(program));
 }
 
 }  // namespace velta

@@ -28,8 +28,10 @@ class CLI {
   static Options parse(const std::vector<std::string>& arguments);
 };
 
-// The whole program: does what `arguments` (without the program's name) ask for and returns the
-// exit status: 0, 1 for a subcommand that fails, 2 for arguments that cannot be served.
-int runCommandLine(const std::vector<std::string>& arguments, Environment environment);
+// The whole program: does what `arguments` (without `program`, the name it was started by) ask for
+// and returns the exit status: 0, 1 for a subcommand that fails, 2 for arguments that cannot be
+// served.
+int runCommandLine(const std::string& program, const std::vector<std::string>& arguments,
+                   Environment environment);
 
 }  // namespace velta

@@ -32,5 +32,6 @@ velta::Environment currentEnvironment() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return velta::runCommandLine(argumentsOf(argc, argv), currentEnvironment());
+  return velta::runCommandLine(argc > 0 ? argv[0] : "", argumentsOf(argc, argv),
+                               currentEnvironment());
 }

@@ -23,7 +23,8 @@ namespace {
 constexpr mode_t kNewFileMode = 0644;
 constexpr mode_t kNewDirectoryMode = 0755;
 constexpr mode_t kPermissionBits = 07777;
-constexpr std::chrono::milliseconds kLockPatience(100);  // appending may not stall a call
+constexpr std::chrono::milliseconds kLockPatience(100);     // appending may not stall a call
+constexpr std::size_t kTailPiece = std::size_t{16} * 1024;  // bytes first read of a file's end
 constexpr int kMaxLinks = 32;  // as deep as a chain of symbolic links may go
 
 [[noreturn]] void fail(const char* operation, const std::string& path) {
@@ -39,12 +40,38 @@ double secondsOf(const struct stat& info) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
+// The system would take such a path for the one before its NUL byte; it names no file.
+bool holdsNUL(const std::string& path) { return path.find('\0') != std::string::npos; }
+
 Descriptor openFile(const std::string& path, int flags, mode_t mode = 0) {
+  if (holdsNUL(path)) {
+    errno = ENOENT;
+    return {};
+  }
   int descriptor = -1;
   do {
     descriptor = ::open(path.c_str(), flags | O_CLOEXEC, mode);
   } while (descriptor < 0 && errno == EINTR);
   return Descriptor(descriptor);
+}
+
+// A file open for reading, and its size in bytes.
+struct RegularFile {
+  Descriptor descriptor;
+  std::size_t size;
+};
+
+RegularFile openRegularFile(const std::string& path) {
+  // Without O_NONBLOCK a FIFO that nobody writes would hold the program up.
+  Descriptor descriptor = openFile(path, O_RDONLY | O_NONBLOCK);
+  if (!descriptor) fail("open", path);
+  struct stat info = {};
+  if (::fstat(descriptor.get(), &info) != 0) fail("look at", path);
+  if (!S_ISREG(info.st_mode)) {
+    errno = S_ISDIR(info.st_mode) ? EISDIR : ENOTSUP;
+    fail("read", path);
+  }
+  return {std::move(descriptor), static_cast<std::size_t>(std::max<off_t>(info.st_size, 0))};
 }
 
 // The file that a write to `path` means: symbolic links followed, a dangling one to its target.
@@ -113,6 +140,40 @@ void syncDirectory(const std::string& directory) {
   }
 }
 
+// `length` bytes at `offset`, fewer when the file has become shorter meanwhile.
+std::string readAt(int descriptor, std::size_t offset, std::size_t length,
+                   const std::string& path) {
+  std::string bytes(length, '\0');
+  std::size_t filled = 0;
+  while (filled < length) {
+    const ssize_t count = ::pread(descriptor, bytes.data() + filled, length - filled,
+                                  static_cast<off_t>(offset + filled));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail("read", path);
+    if (count == 0) break;
+    filled += static_cast<std::size_t>(count);
+  }
+  bytes.resize(filled);
+  return bytes;
+}
+
+// Where the last `lines` pieces between line feeds begin; npos when `bytes` holds fewer line feeds.
+std::size_t beginOfLastLines(std::string_view bytes, std::size_t lines) {
+  std::size_t at = bytes.size();
+  for (std::size_t found = 0; found < lines; ++found) {
+    at = at == 0 ? std::string_view::npos : bytes.rfind('\n', at - 1);
+    if (at == std::string_view::npos) return at;
+  }
+  return at + 1;
+}
+
+// The first byte that does not continue a character of UTF-8.
+std::size_t firstCharacterBoundary(std::string_view bytes) {
+  std::size_t at = 0;
+  while (at < bytes.size() && (static_cast<unsigned char>(bytes[at]) & 0xC0U) == 0x80U) ++at;
+  return at;
+}
+
 // Whether the last line of a regular file has no line feed, as after a write that was cut short.
 bool endsInsideLine(const std::string& path) {
   const Descriptor descriptor = openFile(path, O_RDONLY);
@@ -154,7 +215,7 @@ std::optional<std::string> homeOfUser(const std::string& name) {
 
 std::optional<FileStatus> fileStatus(const std::string& path) {
   struct stat info = {};
-  if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+  if (holdsNUL(path) || ::stat(path.c_str(), &info) != 0) return std::nullopt;
   return FileStatus{secondsOf(info), S_ISDIR(info.st_mode), info.st_mode & kPermissionBits};
 }
 
@@ -166,17 +227,10 @@ std::string readFile(const std::string& path) {
 
 void readFile(const std::string& path, std::string& buffer) {
   buffer.clear();
-  // Without O_NONBLOCK a FIFO that nobody writes would hold the program up.
-  const Descriptor descriptor = openFile(path, O_RDONLY | O_NONBLOCK);
-  if (!descriptor) fail("open", path);
-  struct stat info = {};
-  if (::fstat(descriptor.get(), &info) != 0) fail("look at", path);
-  if (!S_ISREG(info.st_mode)) {
-    errno = S_ISDIR(info.st_mode) ? EISDIR : ENOTSUP;
-    fail("read", path);
-  }
+  const RegularFile file = openRegularFile(path);
+  const Descriptor& descriptor = file.descriptor;
   // One byte more than the size, so that the read that fills it also shows the end.
-  buffer.resize(static_cast<std::size_t>(std::max<off_t>(info.st_size, 0)) + 1);
+  buffer.resize(file.size + 1);
   std::size_t filled = 0;
   while (true) {
     if (filled == buffer.size()) buffer.resize(std::max<std::size_t>(2 * filled, 4096));
@@ -190,6 +244,33 @@ void readFile(const std::string& path, std::string& buffer) {
     filled += static_cast<std::size_t>(count);
   }
   buffer.resize(filled);
+}
+
+bool createNewDirectory(const std::string& path) {
+  if (::mkdir(path.c_str(), kNewDirectoryMode) == 0) return true;
+  if (errno == EEXIST) return false;
+  fail("create directory", path);
+}
+
+bool isExecutableFile(const std::string& path) {
+  const auto status = fileStatus(path);
+  return status && !status->isDirectory && ::access(path.c_str(), X_OK) == 0;
+}
+
+std::string readFileEnd(const std::string& path, std::size_t lines, std::size_t maxBytes) {
+  const auto [descriptor, size] = openRegularFile(path);
+  std::string end;
+  std::size_t wanted = kTailPiece;
+  // Twice as much each time until the lines are there, so that no byte is read more than twice.
+  while (true) {
+    wanted = std::min({wanted, size, maxBytes});
+    end = readAt(descriptor.get(), size - wanted, wanted, path);
+    const std::size_t begin = beginOfLastLines(end, lines);
+    if (begin != std::string::npos) return end.substr(begin);
+    if (wanted == size) return end;
+    if (wanted == maxBytes) return end.substr(firstCharacterBoundary(end));
+    wanted *= 2;
+  }
 }
 
 void createDirectories(const std::string& path) {

@@ -37,6 +37,18 @@ void readFile(const std::string& path, std::string& buffer);
 // Creates `path` and missing parents, like mkdir -p. Throws std::system_error.
 void createDirectories(const std::string& path);
 
+// Creates the directory `path`, whose parent exists. False when something is there already; throws
+// std::system_error for every other failure.
+bool createNewDirectory(const std::string& path);
+
+// Whether `path` is a regular file that this user may execute.
+bool isExecutableFile(const std::string& path);
+
+// The end of a regular file: its last `lines` pieces between line feeds (a line feed at the end of
+// the file is followed by an empty piece), at most `maxBytes` of them, cut at a character of UTF-8.
+// No more than that is read, however long the file is. Throws std::system_error.
+std::string readFileEnd(const std::string& path, std::size_t lines, std::size_t maxBytes);
+
 // Replaces the content of `path` so that a reader, and a crash at any moment, sees the old bytes
 // or the new ones: a temporary sibling is created exclusively with its final permissions, written,
 // fsync'ed, renamed over the target, and the directory fsync'ed. A symbolic link at `path` is

@@ -20,6 +20,10 @@ constexpr double kRefreshSeconds = 120;  // between two refreshes, where the use
 constexpr std::string_view kToolsChanged =
     R"({"jsonrpc":"2.0","method":"notifications/tools/list_changed"})";
 
+// A meeting that comes of a recording is private.
+constexpr std::string_view kStatusOnly =
+    "This meeting is private; this client sees job status only, never its content";
+
 // What a handler gets.
 struct Call {
   std::string_view tool;
@@ -42,10 +46,12 @@ bool isFresh(const ServerState& state) {
   return age >= 0 && age < refreshInterval(state.config);
 }
 
+void warnOf(ServerState& state, const Index::BuildResult& result) {
+  for (const std::string& error : result.errors) state.warnings.warn("could not index " + error);
+}
+
 void refreshWhenDue(ServerState& state) {
-  if (isFresh(state)) return;
-  for (const std::string& error : state.refreshIndex().errors)
-    state.warnings.warn("could not index " + error);
+  if (!isFresh(state)) warnOf(state, state.refreshIndex());
 }
 
 // The access of a call that reads; the index is up to date afterwards.
@@ -112,6 +118,35 @@ JSONObject addTerm(ServerState& state, const Call& call) {
                              state.client, state.now());
 }
 
+JSONObject processRecording(ServerState& state, const Call& call) {
+  const Arguments& arguments = call.arguments;
+  JSONObject started =
+      state.jobs.processRecording({.path = arguments.requiredString("path"),
+                                   .title = arguments.optionalString("title"),
+                                   .language = arguments.optionalString("language")},
+                                  state.client, state.now());
+  if (std::ranges::find(state.allowed, "private") == state.allowed.end())
+    started.set("note", kStatusOnly);
+  return started;
+}
+
+JSONObject getJob(ServerState& state, const Call& call) {
+  const Access access = accessForReading(state, call);
+  const std::string id = call.arguments.requiredString("id");
+  const auto refresh = [&state] {
+    warnOf(state, state.refreshIndex());
+    return state.index.entries().size();
+  };
+  const auto hasMeeting = [&state](const std::string& meeting) {
+    return state.index.find(meeting) != nullptr;
+  };
+  JSONObject job = state.jobs.getJob(id, access.allowed, {refresh, hasMeeting});
+  // A meeting that this agent may not see fails the call; one that is not indexed has a warning.
+  const std::string meeting(job.getString("meeting_id").value_or(""));
+  if (hasMeeting(meeting)) state.store.resolve(meeting, access);
+  return job;
+}
+
 JSONObject notBuiltYet(ServerState&, const Call& call) {
   throw StoreError::value(std::string(call.tool) +
                           " is not part of this version yet. Next step: use list_meetings and "
@@ -137,8 +172,8 @@ constexpr Row kHandlers[] = {
     {"search_transcripts", searchTranscripts},
     {"get_transcript", getTranscript},
     {"get_person", getPerson},
-    {"process_recording", notBuiltYet},
-    {"get_job", notBuiltYet},
+    {"process_recording", processRecording},
+    {"get_job", getJob},
     {"add_term", addTerm},
     {"velta_admin_stats", adminStats},
 };

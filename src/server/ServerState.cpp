@@ -14,6 +14,7 @@ ServerState::ServerState(ServerOptions options)
       index(config, now),
       store(index, [this] { return freshness(index, config, now()); }),
       agents(config, now, warnings),
+      jobs(config, std::move(options.executable)),
       terms(config, [this] { return index.peopleNames(); }),
       client(std::move(options.client)),
       allowed(config.clientVisibilities(client)),

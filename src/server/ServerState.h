@@ -15,6 +15,7 @@
 #include "config/Config.h"
 #include "config/Warnings.h"
 #include "index/Index.h"
+#include "jobs/Jobs.h"
 #include "platform/Time.h"
 #include "server/ToolSchemas.h"
 #include "store/Store.h"
@@ -27,6 +28,7 @@ struct ServerOptions {
   Config config;
   std::optional<std::string> client;  // --client
   bool adminStats = false;            // --admin-stats
+  std::string executable = {};        // path of the running program
   // Takes whole diagnostic lines, line feed included; it must not stall the protocol.
   std::function<void(std::string_view)> diagnose;
   Clock now = systemNow;
@@ -51,6 +53,7 @@ struct ServerState {
   Index index;
   Store store;
   Agents agents;
+  Jobs jobs;
   Terms terms;
   const std::optional<std::string> client;
   const std::vector<std::string> allowed;  // visibilities that the client may see, fixed at start

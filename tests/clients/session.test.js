@@ -151,12 +151,13 @@ for (const connection of connections) {
       assert.ok(result.content[0].text.includes(join(home.path, "agents.json")));
     });
 
-    test("a tool that this version lacks is an error result that says so", async () => {
+    test("a job that nobody started is an error result that says what to do", async () => {
       home.grant("claude-code", { tools: allPermissions });
       await connect();
       const result = await call("get_job", { id: "job-20261012-153000-ab12cd" });
       assert.equal(result.isError, true);
-      assert.match(result.content[0].text, /^Error executing tool get_job: get_job is not part of this version yet/);
+      assert.equal(result.content[0].text, "Error executing tool get_job: No job " +
+        "job-20261012-153000-ab12cd. Next step: start one with process_recording");
     });
 
     // The structured content of a call that must succeed, checked against what the listing promises.

@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -595,6 +597,140 @@ TEST(LastComponent, IsEverythingAfterTheLastSlash) {
   EXPECT_EQ(lastComponent("/a/b"), "b");
   EXPECT_EQ(lastComponent("b"), "b");
   EXPECT_EQ(lastComponent("/a/"), "");
+}
+
+// --- createNewDirectory, isExecutableFile
+// ----------------------------------------------------------
+
+TEST(CreateNewDirectory, SaysWhetherItMadeIt) {
+  const TemporaryFolder folder;
+  EXPECT_TRUE(createNewDirectory(folder.file("new")));
+  EXPECT_TRUE(fs::is_directory(folder.file("new")));
+  EXPECT_FALSE(createNewDirectory(folder.file("new")));
+  EXPECT_FALSE(createNewDirectory(folder.write("file", "")));
+  fs::create_symlink("/nowhere", folder.file("dangling"));
+  EXPECT_FALSE(createNewDirectory(folder.file("dangling")));
+}
+
+TEST(CreateNewDirectory, OtherFailuresThrow) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(failureOf([&] { createNewDirectory(folder.file("missing/new")); }), ENOENT);
+  folder.write("file", "");
+  EXPECT_EQ(failureOf([&] { createNewDirectory(folder.file("file/new")); }), ENOTDIR);
+}
+
+TEST(CreateNewDirectory, OfSeveralAtOnceOneMakesIt) {
+  const TemporaryFolder folder;
+  std::atomic<int> made{0};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread)
+    threads.emplace_back([&] {
+      for (int number = 0; number < 100; ++number)
+        if (createNewDirectory(folder.file(std::to_string(number)))) ++made;
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(made, 100);
+}
+
+TEST(IsExecutableFile, OnlyAFileWithThePermissionIs) {
+  const TemporaryFolder folder;
+  const std::string program = folder.write("program", "");
+  EXPECT_FALSE(isExecutableFile(program));
+  fs::permissions(program, fs::perms::owner_all);
+  EXPECT_TRUE(isExecutableFile(program));
+  fs::create_symlink(program, folder.file("link"));
+  EXPECT_TRUE(isExecutableFile(folder.file("link")));
+  EXPECT_FALSE(isExecutableFile(folder.path()));
+  EXPECT_FALSE(isExecutableFile(folder.file("missing")));
+}
+
+// --- readFileEnd
+// -----------------------------------------------------------------------------------
+
+// The last `lines` pieces of `text` between line feeds, found the plain way.
+std::string endOf(const std::string& text, std::size_t lines) {
+  std::vector<std::string> pieces(1);
+  for (const char c : text) {
+    if (c == '\n') {
+      pieces.emplace_back();
+    } else {
+      pieces.back() += c;
+    }
+  }
+  std::string end;
+  const std::size_t first = pieces.size() - std::min(lines, pieces.size());
+  for (std::size_t i = first; i < pieces.size(); ++i) {
+    if (i != first) end += '\n';
+    end += pieces[i];
+  }
+  return end;
+}
+
+TEST(ReadFileEnd, AgreesWithAPlainSplit) {
+  std::mt19937 random(20261012);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same texts every time
+  const auto below = [&](std::size_t limit) { return random() % limit; };
+  const TemporaryFolder folder;
+  for (int round = 0; round < 200; ++round) {
+    // Short texts with many line feeds up to long ones with few, around the size of the first read.
+    std::string text(below(round % 2 == 0 ? 60 : 70000), 'x');
+    const std::size_t feeds = below(30);
+    for (std::size_t feed = 0; feed < feeds && !text.empty(); ++feed)
+      text[below(text.size())] = '\n';
+    if (round % 3 == 0) text += '\n';
+    const std::string path = folder.write("log", text);
+    for (const std::size_t lines : {1U, 2U, 15U})
+      EXPECT_EQ(readFileEnd(path, lines, std::size_t{1} << 20U), endOf(text, lines))
+          << "round " << round << ", lines " << lines;
+  }
+}
+
+TEST(ReadFileEnd, LineFeedOnEitherSideOfTheFirstReadIsFound) {
+  constexpr std::size_t kFirstRead = std::size_t{16} * 1024;
+  const TemporaryFolder folder;
+  for (std::size_t length = kFirstRead - 2; length <= kFirstRead + 2; ++length) {
+    const std::string path = folder.write("log", "before\n" + std::string(length, 'x'));
+    EXPECT_EQ(readFileEnd(path, 1, std::size_t{1} << 20U), std::string(length, 'x')) << length;
+  }
+}
+
+TEST(ReadFileEnd, LongLinesAreCutAtACharacter) {
+  const TemporaryFolder folder;
+  std::string text;
+  for (int count = 0; count < 10; ++count) text += "會";  // three bytes each
+  const std::string path = folder.write("log", text);
+  EXPECT_EQ(readFileEnd(path, 1, 30), text);
+  EXPECT_EQ(readFileEnd(path, 1, 9), "會會會");
+  EXPECT_EQ(readFileEnd(path, 1, 8), "會會");
+  EXPECT_EQ(readFileEnd(path, 1, 7), "會會");
+  EXPECT_EQ(readFileEnd(path, 1, 2), "");
+  EXPECT_EQ(readFileEnd(folder.write("log", "a\nbcd"), 2, 4), "\nbcd");
+}
+
+TEST(ReadFileEnd, OfAnEmptyFileIsEmpty) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(readFileEnd(folder.write("log", ""), 15, 100), "");
+}
+
+TEST(ReadFileEnd, WhatIsNoRegularFileThrows) {
+  const TemporaryFolder folder;
+  const auto failure = [](const std::string& path) {
+    return failureOf([&] { readFileEnd(path, 15, 100); });
+  };
+  EXPECT_EQ(failure(folder.path()), EISDIR);
+  EXPECT_EQ(failure(folder.file("missing")), ENOENT);
+  EXPECT_EQ(failure("/dev/null"), ENOTSUP);
+  ASSERT_EQ(::mkfifo(folder.file("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(failure(folder.file("fifo")), ENOTSUP);
+}
+
+// --- paths with a NUL byte
+// -------------------------------------------------------------------------
+
+TEST(PathWithANULByte, NamesNothing) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "x") + '\0' + "rest";
+  EXPECT_FALSE(fileStatus(path).has_value());
+  EXPECT_EQ(failureOf([&] { readFile(path); }), ENOENT);
 }
 
 }  // namespace

@@ -79,10 +79,9 @@ TEST(Dispatch, EveryToolOfTheCatalogueHasAHandler) {
 }
 
 TEST(Dispatch, ToolThatIsNotBuiltYetSaysSo) {
-  TestServer server;
-  server.setAgent(std::string(kEverything));
-  EXPECT_EQ(server.failure("process_recording", R"({"path":"x"})"),
-            "Error executing tool process_recording: process_recording is not part of this version "
+  TestServer server("claude-code", /*adminStats=*/true);
+  EXPECT_EQ(server.failure("velta_admin_stats"),
+            "Error executing tool velta_admin_stats: velta_admin_stats is not part of this version "
             "yet. Next step: use list_meetings and search_transcripts, or update velta-mcp");
 }
 

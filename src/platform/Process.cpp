@@ -1,0 +1,162 @@
+#include "platform/Process.h"
+
+#include <fcntl.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): POSIX signals, which csignal need not hold
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#ifdef __APPLE__
+#include <mach-o/dyld.h>
+#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): arc4random_buf
+#else
+#include <sys/random.h>
+#endif
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+namespace velta {
+namespace {
+
+constexpr int kNullInput = 0;
+constexpr int kOutput = 1;
+constexpr int kError = 2;
+constexpr mode_t kLogMode = 0644;
+
+void check(int error, const char* operation) {
+  if (error != 0) throw std::system_error(error, std::generic_category(), operation);
+}
+
+class FileActions {
+ public:
+  FileActions(const std::string& workingDirectory, const std::string& logFile) {
+    check(::posix_spawn_file_actions_init(&actions_), "prepare a process");
+    try {
+      check(::posix_spawn_file_actions_addopen(&actions_, kNullInput, "/dev/null", O_RDONLY, 0),
+            "prepare a process");
+      check(::posix_spawn_file_actions_addopen(&actions_, kOutput, logFile.c_str(),
+                                               O_WRONLY | O_APPEND | O_CREAT, kLogMode),
+            "prepare a process");
+      check(::posix_spawn_file_actions_adddup2(&actions_, kOutput, kError), "prepare a process");
+#ifndef __APPLE__
+      // Also the descriptors that this process was itself started with.
+      check(::posix_spawn_file_actions_addclosefrom_np(&actions_, kError + 1), "prepare a process");
+#endif
+      check(::posix_spawn_file_actions_addchdir_np(&actions_, workingDirectory.c_str()),
+            "prepare a process");
+    } catch (...) {
+      ::posix_spawn_file_actions_destroy(&actions_);
+      throw;
+    }
+  }
+  ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+
+  const posix_spawn_file_actions_t* get() const { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_ = {};
+};
+
+class Attributes {
+ public:
+  Attributes() {
+    check(::posix_spawnattr_init(&attributes_), "prepare a process");
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::posix_spawnattr_setsigmask(&attributes_, &none);
+    // What this process ignores would stay ignored in the other.
+    sigset_t ignored;
+    ::sigemptyset(&ignored);
+    ::sigaddset(&ignored, SIGPIPE);
+    ::sigaddset(&ignored, SIGXFSZ);
+    ::posix_spawnattr_setsigdefault(&attributes_, &ignored);
+    int flags = POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+#ifdef __APPLE__
+    flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;  // see addclosefrom_np above
+#endif
+    ::posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
+  }
+  ~Attributes() { ::posix_spawnattr_destroy(&attributes_); }
+  Attributes(const Attributes&) = delete;
+  Attributes& operator=(const Attributes&) = delete;
+
+  const posix_spawnattr_t* get() const { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_ = {};
+};
+
+// The texts as the null-terminated array that the system takes; they must outlive it.
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+std::string resolved(const std::string& path) {
+  char* real = ::realpath(path.c_str(), nullptr);
+  if (real == nullptr) return path;
+  std::string text(real);
+  std::free(real);  // NOLINT(cppcoreguidelines-no-malloc): realpath(3) allocates with malloc
+  return text;
+}
+
+std::string pathFromSystem() {
+#ifdef __APPLE__
+  std::uint32_t size = 0;
+  ::_NSGetExecutablePath(nullptr, &size);
+  std::string path(size, '\0');
+  if (::_NSGetExecutablePath(path.data(), &size) != 0) return "";
+  path.resize(path.find('\0'));
+  return path;
+#else
+  return "/proc/self/exe";
+#endif
+}
+
+}  // namespace
+
+pid_t spawnDetached(const std::vector<std::string>& arguments,
+                    const std::map<std::string, std::string>& environment,
+                    const std::string& workingDirectory, const std::string& logFile) {
+  std::vector<std::string> vector = arguments;
+  std::vector<std::string> variables;
+  variables.reserve(environment.size());
+  for (const auto& [name, value] : environment) {
+    variables.emplace_back(name).append("=").append(value);
+  }
+  const FileActions actions(workingDirectory, logFile);
+  const Attributes attributes;
+  pid_t pid = 0;
+  check(::posix_spawn(&pid, arguments.front().c_str(), actions.get(), attributes.get(),
+                      pointersTo(vector).data(), pointersTo(variables).data()),
+        "start");
+  return pid;
+}
+
+bool isProcessAlive(pid_t pid) {
+  if (pid <= 0) return false;  // to the system these mean groups of processes
+  if (::kill(pid, 0) != 0) return errno == EPERM;
+  return ::waitpid(pid, nullptr, WNOHANG) != pid;
+}
+
+std::string executablePath(const std::string& argument0) {
+  return resolved(argument0.find('/') != std::string::npos ? argument0 : pathFromSystem());
+}
+
+std::vector<std::uint8_t> randomBytes(std::size_t count) {
+  std::vector<std::uint8_t> bytes(count);
+#ifdef __APPLE__
+  ::arc4random_buf(bytes.data(), count);
+#else
+  check(::getentropy(bytes.data(), count) == 0 ? 0 : errno, "read random bytes");
+#endif
+  return bytes;
+}
+
+}  // namespace velta
