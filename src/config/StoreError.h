@@ -1,4 +1,5 @@
-// StoreError: a failure that the caller of a tool reads. what() is the whole message.
+// StoreError: a failure that the caller of a tool reads. message() is the whole message; what()
+// ends at a NUL byte, which a quoted argument may hold.
 #pragma once
 
 #include <stdexcept>
@@ -19,11 +20,14 @@ class StoreError : public std::runtime_error {
   static StoreError value(const std::string& message) { return {Kind::value, message}; }
 
   Kind kind() const noexcept { return kind_; }
+  const std::string& message() const noexcept { return message_; }
 
  private:
-  StoreError(Kind kind, const std::string& message) : std::runtime_error(message), kind_(kind) {}
+  StoreError(Kind kind, const std::string& message)
+      : std::runtime_error(message), kind_(kind), message_(message) {}
 
   Kind kind_;
+  std::string message_;
 };
 
 }  // namespace velta

@@ -196,6 +196,10 @@ JSON::Array textContent(std::string_view text) {
   return content;
 }
 
+std::string executionError(const std::string& tool, const std::string& cause) {
+  return "Error executing tool " + tool + ": " + cause;
+}
+
 const JSONObject kNoArguments;
 
 }  // namespace
@@ -219,9 +223,10 @@ JSONObject Dispatch::call(const JSONObject& params, std::vector<std::string>& qu
   try {
     return succeeded(tool, arguments,
                      row->handler(state_, {row->tool, Arguments(arguments), permissions}));
+  } catch (const StoreError& error) {
+    return failed(tool, arguments, Agents::Outcome::error, executionError(tool, error.message()));
   } catch (const std::exception& error) {
-    return failed(tool, arguments, Agents::Outcome::error,
-                  "Error executing tool " + tool + ": " + error.what());
+    return failed(tool, arguments, Agents::Outcome::error, executionError(tool, error.what()));
   }
 }
 

@@ -78,6 +78,18 @@ TEST(Dispatch, EveryToolOfTheCatalogueHasAHandler) {
         << tool;
 }
 
+TEST(Dispatch, MessageThatQuotesANulByteIsWhole) {
+  TestServer server;
+  server.setAgent(std::string(kEverything));
+  const std::string nul(1, '\0');
+  EXPECT_EQ(server.failure("get_job", R"({"id":"job-1\u0000"})"),
+            "Error executing tool get_job: No job job-1" + nul +
+                ". Next step: start one with process_recording");
+  EXPECT_EQ(server.failure("process_recording", R"({"path":"\u0000"})"),
+            "Error executing tool process_recording: No file at " + nul +
+                ". Pass an absolute path to an audio file");
+}
+
 TEST(Dispatch, ToolThatIsNotBuiltYetSaysSo) {
   TestServer server("claude-code", /*adminStats=*/true);
   EXPECT_EQ(server.failure("velta_admin_stats"),
