@@ -56,6 +56,7 @@ have_cmake() {
 }
 have_compiler() { have "${CXX:-c++}" || have g++ || have clang++; }
 have_library() { have pkg-config && pkg-config --exists "$1"; }
+have_curl_headers() { have_library libcurl || [ "$(uname)" = Darwin ]; } # macOS brings them
 have_node() { have npm && have node && version_at_least 20 "$(node --version | sed 's/^v//')"; }
 
 # Formatting and tidy findings differ between versions of clang, so one version decides.
@@ -132,6 +133,7 @@ setup_build() {
   want have_compiler g++ -
   want 'have_library libpcre2-8' libpcre2-dev pcre2
   want 'have_library libutf8proc' libutf8proc-dev utf8proc
+  want have_curl_headers libcurl4-openssl-dev -
   want 'have ccache' ccache ccache
   install_missing || die "could not install what building needs (see above)"
   have_compiler || die "no C++ compiler. Next step: xcode-select --install"
@@ -140,9 +142,16 @@ setup_build() {
 
 # What the tests need besides.
 setup_tests() {
+  # Homebrew keeps its OpenSSL where neither pkg-config nor CMake looks.
+  if ! have apt-get && have brew; then
+    OPENSSL_ROOT_DIR="$(brew --prefix openssl || true)"
+    export OPENSSL_ROOT_DIR PKG_CONFIG_PATH="$OPENSSL_ROOT_DIR/lib/pkgconfig:${PKG_CONFIG_PATH:-}"
+  fi
   want 'have_library gmock' libgmock-dev googletest
   want 'have_library gtest' libgtest-dev googletest
-  install_missing || die "could not install GoogleTest (see above)"
+  want 'have_library openssl' libssl-dev openssl
+  want 'have_library zlib' zlib1g-dev zlib
+  install_missing || die "could not install what the tests need (see above)"
 }
 
 # What the further checks need. Each is left out, and said to be, where it is not to be had.

@@ -1,9 +1,13 @@
 #include "cli/CommandLine.h"
 
+#include <cstddef>
 #include <string_view>
 #include <utility>
 
+#include "cloud/CloudCommand.h"
+#include "cloud/URLSessionFetcher.h"
 #include "config/BuildConstants.h"
+#include "platform/HiddenPrompt.h"
 #include "platform/Process.h"
 #include "platform/Stdio.h"
 #include "platform/Text.h"
@@ -18,8 +22,11 @@ constexpr int kStandardOutput = 1;
 constexpr int kStandardError = 2;
 
 constexpr int kDone = 0;
-constexpr int kFailed = 1;
 constexpr int kRefused = 2;
+
+constexpr std::string_view kKeyPrompt =
+    "Paste the connection key from 連接 AI (input stays hidden): ";
+constexpr std::size_t kKeyCapacity = 256;  // bytes that the prompt takes, its end included
 
 constexpr std::string_view kClientPrefix = "--client=";
 
@@ -56,12 +63,6 @@ std::string httpRefusal() {
   return text + " server; use stdio, or the Python server in mcp/ for HTTP. Next step: drop --http";
 }
 
-std::string actionNotBuiltYet(const std::string& action) {
-  return "velta-mcp: " + action +
-         " is not part of this version yet. Next step: use the meetings of this computer, or "
-         "update velta-mcp";
-}
-
 // Says `text` with one write and returns the exit status.
 int say(int descriptor, std::string text, int status) {
   text += '\n';
@@ -94,13 +95,32 @@ void parseAlone(const std::string& argument, CLI::Options& options) {
   }
 }
 
+// The key that the user types or, without a terminal, that standard input holds.
+std::optional<std::string> askForKey() {
+  auto key = readHiddenLine(std::string(kKeyPrompt), kKeyCapacity);
+  if (key) return key;
+  LineReader lines(kStandardInput);
+  std::string_view line;
+  return lines.next(line) ? std::optional<std::string>(line) : std::nullopt;
+}
+
+int runAction(const std::string& action, const Config& config) {
+  URLSessionFetcher fetcher(config.env);
+  return cloudCommand(action, askForKey, Cloud(config, fetcher),
+                      [](const std::string& line) { say(kStandardOutput, line, kDone); });
+}
+
 int serve(CLI::Options options, Config config, std::string executable) {
   PatientWriter diagnostics(kStandardError);
-  Server server({.config = std::move(config),
-                 .client = std::move(options.client),
-                 .adminStats = options.adminStats,
-                 .executable = std::move(executable),
-                 .diagnose = [&](std::string_view line) { diagnostics.write(line); }});
+  URLSessionFetcher fetcher(config.env);
+  Server server(
+      {.config = std::move(config),
+       .client = std::move(options.client),
+       .adminStats = options.adminStats,
+       .executable = std::move(executable),
+       .diagnose = [&](std::string_view line) { diagnostics.write(line); },
+       .fetcher = &fetcher,
+       .terminal = isTerminal(kStandardError) ? std::optional(kStandardError) : std::nullopt});
   server.start(options.reindex);
   server.run(kStandardInput, kStandardOutput);
   return kDone;
@@ -134,10 +154,10 @@ int runCommandLine(const std::string& program, const std::vector<std::string>& a
   if (options.version) return say(kStandardOutput, versionLine(), kDone);
   if (!options.unknown.empty())
     return say(kStandardError, unknownArguments(options.unknown), kRefused);
-  if (options.action) return say(kStandardError, actionNotBuiltYet(*options.action), kFailed);
-  if (options.http) return say(kStandardError, httpRefusal(), kRefused);
-  return serve(std::move(options), Config::fromEnvironment(std::move(environment)),
-               executablePath(program));
+  if (options.http && !options.action) return say(kStandardError, httpRefusal(), kRefused);
+  Config config = Config::fromEnvironment(std::move(environment));
+  if (options.action) return runAction(*options.action, config);
+  return serve(std::move(options), std::move(config), executablePath(program));
 }
 
 }  // namespace velta

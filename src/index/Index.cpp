@@ -13,18 +13,20 @@ namespace {
 // Whether `a` comes before `b`, newest first. An absent date or start time is less than any text,
 // and so comes last.
 bool isNewer(const Index::Entry* a, const Index::Entry* b) {
-  return std::tie(b->meeting.date, b->meeting.startedAt, a->order) <
-         std::tie(a->meeting.date, a->meeting.startedAt, b->order);
+  return std::tie(b->meeting->date, b->meeting->startedAt, a->order) <
+         std::tie(a->meeting->date, a->meeting->startedAt, b->order);
 }
 
 }  // namespace
 
-Index::Index(const Config& config, Clock now)
-    : config_(config), now_(std::move(now)), sources_(config.userHome()) {}
+Index::Index(const Config& config, Clock now, HTTPFetcher* fetcher)
+    : config_(config), now_(std::move(now)), sources_(config.userHome()) {
+  if (fetcher != nullptr) web_.emplace(Cloud(config, *fetcher));
+}
 
 void Index::insert(Meeting meeting, const std::string& key, std::string visibility,
                    std::vector<std::string> tags, double mtime) {
-  Entry entry = composeEntry(std::move(meeting));
+  Entry entry = composeEntry(std::make_shared<const Meeting>(std::move(meeting)));
   entry.key = key;
   entry.visibility = std::move(visibility);
   entry.tags = std::move(tags);
@@ -40,7 +42,7 @@ const Index::Entry* Index::find(const std::string& id) const {
 std::vector<std::string> Index::peopleNames() const {
   std::vector<std::string> names;
   for (const auto& [id, entry] : entries_) {
-    for (const JSONObject& person : entry.meeting.people) {
+    for (const JSONObject& person : entry.meeting->people) {
       if (const auto name = person.getString("name")) names.emplace_back(*name);
     }
   }
@@ -57,17 +59,17 @@ const std::vector<const Index::Entry*>& Index::newestFirst() const {
   return newestFirst_;
 }
 
-Index::Entry Index::composeEntry(Meeting meeting) {
+Index::Entry Index::composeEntry(std::shared_ptr<const Meeting> meeting) {
   Entry entry;
+  entry.bodyLower = bodyLowerOf(*meeting);
+  entry.peopleLower = peopleLowerOf(*meeting);
+  entry.noteTexts = noteTextsOf(*meeting);
   entry.meeting = std::move(meeting);
-  entry.bodyLower = bodyLowerOf(entry.meeting);
-  entry.peopleLower = peopleLowerOf(entry.meeting);
-  entry.noteTexts = noteTextsOf(entry.meeting);
   return entry;
 }
 
 void Index::put(Entry entry) {
-  const std::string id = entry.meeting.id;
+  const std::string id = entry.meeting->id;
   if (const auto old = entries_.find(id); old != entries_.end()) byKey_.erase(old->second.key);
   // The file at this key now holds another meeting than before.
   if (const auto other = byKey_.find(entry.key); other != byKey_.end()) {

@@ -1,7 +1,7 @@
 // Index: every meeting the server can show, held in memory with what the tools search.
 //
 // Invariants
-//  - byKey()[e.key] == e.meeting.id for every entry e, and byKey() holds nothing else.
+//  - byKey()[e.key] == e.meeting->id for every entry e, and byKey() holds nothing else.
 //  - order only grows: a meeting that is read again moves to the end.
 //  - Of two file sets with one meeting id the later listed is served; the other waits, unread, and
 //    comes back in the refresh in which the winner goes.
@@ -12,12 +12,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "cloud/HTTPFetcher.h"
+#include "cloud/WebMeetings.h"
 #include "config/Config.h"
 #include "json/JSON.h"
 #include "meetings/Meeting.h"
@@ -37,13 +41,19 @@ class Index {
     std::string text;
   };
 
+  // A local meeting whose user notes came from its twin in the web service.
+  struct WebNotes {
+    std::optional<JSON> own;  // what stood in their place, which says nothing; absent: nothing did
+  };
+
   struct Entry {
-    Meeting meeting;
-    std::string visibility;         // effective: "private", "work" or "shared"
-    std::vector<std::string> tags;  // effective
-    std::string key;                // key path under which it was listed
-    double mtime = 0;               // of its file set, seconds since the epoch
-    std::uint64_t order = 0;        // larger: inserted or read again later
+    std::shared_ptr<const Meeting> meeting;  // shared with the row of a web meeting; never null
+    std::string visibility;                  // effective: "private", "work" or "shared"
+    std::vector<std::string> tags;           // effective
+    std::string key;                         // key path under which it was listed
+    double mtime = 0;                        // of its file set, seconds since the epoch
+    std::uint64_t order = 0;                 // larger: inserted or read again later
+    std::optional<WebNotes> webNotes;
 
     // What is searched. Lines, speakers and digest texts are searched in place, folded as they are
     // compared (FoldedText.h); these are composed, and so kept lowered.
@@ -64,13 +74,21 @@ class Index {
     JSONObject cloud;                 // status of the web meetings; empty when there is none
   };
 
-  // `config` must outlive the index.
-  Index(const Config& config, Clock now);
+  using Progress = Cloud::Progress;
+
+  // Keys of web meetings begin with this; those of local ones are paths.
+  static constexpr std::string_view kWebKeyPrefix = "cloud:";
+  static bool isWebKey(std::string_view key) { return key.starts_with(kWebKeyPrefix); }
+
+  // `config` and `fetcher` must outlive the index. Without a fetcher there are no web meetings.
+  Index(const Config& config, Clock now, HTTPFetcher* fetcher = nullptr);
 
   // Brings the index up to date with sources and configuration. Reads again what changed, or all of
   // it when `force` or when the configuration changed in what shapes the index. Without `config`
   // the configuration file is loaded, a default written. Never throws for what files hold.
-  BuildResult refresh(bool force, const JSONObject* config = nullptr);
+  // `progress` is told now and then how far it is, from any thread.
+  BuildResult refresh(bool force, const JSONObject* config = nullptr,
+                      const Progress& progress = {});
 
   // Adds the meeting or replaces the one with its id, under `key`.
   void insert(Meeting meeting, const std::string& key, std::string visibility,
@@ -94,7 +112,8 @@ class Index {
   const std::optional<JSONObject>& cloudStatus() const { return cloudStatus_; }
 
  private:
-  class Refresh;  // one run of refresh()
+  class Refresh;   // one run of refresh()
+  class WebMerge;  // the last step of a refresh
 
   // What is remembered of a listed file set, so that it is not read again while it is unchanged;
   // also of one that waits.
@@ -104,13 +123,16 @@ class Index {
   };
 
   // The entry of a meeting with its search texts, not yet in the index.
-  static Entry composeEntry(Meeting meeting);
+  static Entry composeEntry(std::shared_ptr<const Meeting> meeting);
   // Adds the entry or replaces the one with its id, under its key.
   void put(Entry entry);
+  // Fetches the web meetings and merges them; returns the status of that.
+  JSONObject mergeWebMeetings(const JSONObject& configFile, const Progress& progress);
 
   const Config& config_;
   Clock now_;
   Sources sources_;
+  std::optional<WebMeetings> web_;
   std::unordered_map<std::string, Entry> entries_;      // by meeting id
   std::unordered_map<std::string, std::string> byKey_;  // key path to meeting id
   std::unordered_map<std::string, Known> known_;        // by key path

@@ -2,14 +2,17 @@
 // meeting, put the meetings in and drop what is gone.
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <exception>
 #include <iterator>
+#include <memory>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
 
 #include "index/Index.h"
+#include "index/Overrides.h"
 #include "index/ParallelFor.h"
 #include "json/JSONWriter.h"
 
@@ -70,29 +73,11 @@ bool isUnchanged(const Sources::FileSet& before, const Sources::FileSet& now) {
          isSameTime(before.uploadModified, now.uploadModified);
 }
 
-// The visibility of a meeting: the user's override, else the meeting's own hint, else its source's.
-// An unknown word never widens access.
-std::string visibilityOf(const Meeting& meeting, const JSONObject& source,
-                         const JSONObject* overrides) {
-  std::string_view visibility = source.getString("visibility").value_or("private");
-  if (meeting.visibilityHint) visibility = *meeting.visibilityHint;
-  if (overrides != nullptr) {
-    const auto word = overrides->getString(meeting.id);
-    if (word && !word->empty()) visibility = *word;
-  }
-  return std::string(isKnownVisibility(visibility) ? visibility : "private");
-}
-
-std::vector<std::string> tagsOf(const Meeting& meeting, const JSONObject* overrides) {
-  const JSON::Array* tags = overrides != nullptr ? overrides->getArray(meeting.id) : nullptr;
-  return tags != nullptr ? stringElements(tags) : meeting.tags;
-}
-
 }  // namespace
 
 class Index::Refresh {
  public:
-  Refresh(Index& index, const JSONObject& config, bool force);
+  Refresh(Index& index, const JSONObject& config, bool force, const Progress& progress);
 
   BuildResult run();
 
@@ -114,6 +99,7 @@ class Index::Refresh {
   std::vector<Listed*> winnersWithoutEntry();
   void read(const std::vector<Listed*>& listed);
   void readOne(Listed& listed) const;
+  void tellProgress(std::size_t done, std::size_t all) const;
   void keepLastEntry(Listed& listed);
   Entry* lastEntryOf(const Listed& listed);
   void chooseWinners();
@@ -122,14 +108,15 @@ class Index::Refresh {
   void nameWaiting();
   void dropEntriesWithoutWinner();
   void remember();
+  void mergeWebMeetings();
   void count();
 
   void applyOverrides(Entry& entry, const JSONObject& source) const;
 
   Index& index_;
   const JSONObject& config_;
-  const JSONObject* visibilityOverrides_;  // null: none
-  const JSONObject* tagOverrides_;         // null: none
+  const Progress& progress_;
+  const Overrides overrides_;
   const Instant now_;
   bool readAll_;
   std::vector<Listed> listed_;  // in listing order; complete before anything points into it
@@ -138,12 +125,9 @@ class Index::Refresh {
   BuildResult result_;
 };
 
-Index::Refresh::Refresh(Index& index, const JSONObject& config, bool force)
-    : index_(index),
-      config_(config),
-      visibilityOverrides_(config.getObject("visibility_overrides")),
-      tagOverrides_(config.getObject("tag_overrides")),
-      now_(index.now_()) {
+Index::Refresh::Refresh(Index& index, const JSONObject& config, bool force,
+                        const Progress& progress)
+    : index_(index), config_(config), progress_(progress), overrides_(config), now_(index.now_()) {
   std::string fingerprint = fingerprintOf(config);
   readAll_ = force || index_.configHash_ != fingerprint;
   index_.configHash_ = std::move(fingerprint);
@@ -163,6 +147,7 @@ Index::BuildResult Index::Refresh::run() {
   nameWaiting();
   dropEntriesWithoutWinner();
   remember();
+  mergeWebMeetings();
   count();
   return std::move(result_);
 }
@@ -223,10 +208,14 @@ std::vector<Index::Refresh::Listed*> Index::Refresh::winnersWithoutEntry() {
 // Reads on several threads that share nothing but the list; what follows from the outcome happens
 // here, in listing order, as it would with one thread.
 void Index::Refresh::read(const std::vector<Listed*>& listed) {
-  parallelFor(listed.size(), [&](std::size_t number) { readOne(*listed[number]); });
+  std::atomic<std::size_t> done = 0;
+  parallelFor(listed.size(), [&](std::size_t number) {
+    readOne(*listed[number]);
+    tellProgress(++done, listed.size());
+  });
   for (Listed* one : listed) {
     if (one->read) {
-      one->id = one->read->meeting.id;
+      one->id = one->read->meeting->id;
     } else {
       result_.errors.push_back(one->fault);
       keepLastEntry(*one);
@@ -236,7 +225,8 @@ void Index::Refresh::read(const std::vector<Listed*>& listed) {
 
 void Index::Refresh::readOne(Listed& listed) const {
   try {
-    Entry entry = composeEntry(Sources::readMeeting(*listed.source, listed.files, now_));
+    Entry entry = composeEntry(
+        std::make_shared<const Meeting>(Sources::readMeeting(*listed.source, listed.files, now_)));
     entry.key = listed.key;
     entry.mtime = listed.files.modified;
     applyOverrides(entry, *listed.source);
@@ -248,12 +238,17 @@ void Index::Refresh::readOne(Listed& listed) const {
   }
 }
 
+void Index::Refresh::tellProgress(std::size_t done, std::size_t all) const {
+  if (progress_)
+    progress_("reading meetings: " + std::to_string(done) + " of " + std::to_string(all));
+}
+
 // A file set that cannot be read goes on with the entry it had, which follows the configuration.
 void Index::Refresh::keepLastEntry(Listed& listed) {
   listed.id.reset();
   Entry* entry = lastEntryOf(listed);
   if (entry == nullptr) return;
-  listed.id = entry->meeting.id;
+  listed.id = entry->meeting->id;
   applyOverrides(*entry, *listed.source);
 }
 
@@ -271,7 +266,7 @@ Index::Entry* Index::Refresh::lastEntryOf(const Listed& listed) {
   if (moved == byKey.end()) return nullptr;
   Entry& entry = index_.entries_.at(moved->second);
   byKey.erase(moved);
-  byKey[listed.key] = entry.meeting.id;
+  byKey[listed.key] = entry.meeting->id;
   entry.key = listed.key;
   return &entry;
 }
@@ -306,7 +301,7 @@ void Index::Refresh::nameWaiting() {
 
 void Index::Refresh::dropEntriesWithoutWinner() {
   for (auto entry = index_.entries_.begin(); entry != index_.entries_.end();) {
-    if (winners_.contains(entry->first)) {
+    if (winners_.contains(entry->first) || isWebKey(entry->second.key)) {
       ++entry;
       continue;
     }
@@ -328,19 +323,27 @@ void Index::Refresh::remember() {
   }
 }
 
+void Index::Refresh::mergeWebMeetings() {
+  if (!index_.web_) return;
+  result_.cloud = index_.mergeWebMeetings(config_, progress_);
+  index_.cloudStatus_ = result_.cloud;
+  result_.perSource.emplace_back("web", result_.cloud.getInt("indexed").value_or(0));
+}
+
 void Index::Refresh::count() {
   result_.meetings = index_.entries_.size();
-  for (const auto& [id, entry] : index_.entries_) result_.lines += entry.meeting.lines.size();
+  for (const auto& [id, entry] : index_.entries_) result_.lines += entry.meeting->lines.size();
 }
 
 void Index::Refresh::applyOverrides(Entry& entry, const JSONObject& source) const {
-  entry.visibility = visibilityOf(entry.meeting, source, visibilityOverrides_);
-  entry.tags = tagsOf(entry.meeting, tagOverrides_);
+  entry.visibility =
+      overrides_.visibility(*entry.meeting, source.getString("visibility").value_or("private"));
+  entry.tags = overrides_.tags(*entry.meeting);
 }
 
-Index::BuildResult Index::refresh(bool force, const JSONObject* config) {
+Index::BuildResult Index::refresh(bool force, const JSONObject* config, const Progress& progress) {
   const JSONObject loaded = config != nullptr ? JSONObject() : config_.loadConfigFile(true);
-  BuildResult result = Refresh(*this, config != nullptr ? *config : loaded, force).run();
+  BuildResult result = Refresh(*this, config != nullptr ? *config : loaded, force, progress).run();
   indexedAt_ = now_();
   return result;
 }

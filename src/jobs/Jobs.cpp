@@ -25,8 +25,6 @@ constexpr std::string_view kCallGetJob =
 constexpr std::string_view kExitedWithoutStatus =
     "The pipeline process exited without a status. Most likely it could not start (python, ffmpeg "
     "or key missing)";
-constexpr std::string_view kStatusOnly =
-    "This meeting is private; this client sees job status only, never its content";
 constexpr std::string_view kFixAndRetry =
     "Fix the cause named in detail or log_tail, then call process_recording again";
 constexpr std::string_view kCallGetMeeting = "Call get_meeting with meeting_id";

@@ -22,6 +22,10 @@
 
 namespace velta {
 
+// The note for a client that may not see private meetings: what comes of a recording is one.
+inline constexpr std::string_view kStatusOnly =
+    "This meeting is private; this client sees job status only, never its content";
+
 struct Jobs {
   struct ProcessArguments {
     std::string path;                          // of the audio file

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 
 #include <fcntl.h>
 #include <glob.h>
@@ -87,20 +88,30 @@ std::string linkTarget(std::string path) {
   fail("follow", path);
 }
 
+// A name for a temporary file that no other process and no other call has.
+std::string uniqueName() {
+  static std::atomic<unsigned> counter{0};
+  return ".velta-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1)) +
+         ".tmp";
+}
+
 // A file that is removed unless it was kept.
 class TemporaryFile {
  public:
-  // Created exclusively beside `target`, with exactly `permissions`, or with 0644 less the umask.
-  TemporaryFile(const std::string& target, std::optional<mode_t> permissions) {
-    static std::atomic<unsigned> counter{0};
-    const std::string stem =
-        joinPath(parentPath(target), ".velta-" + std::to_string(::getpid()) + "-" +
-                                         std::to_string(counter.fetch_add(1)));
-    for (unsigned attempt = 0; !descriptor_; ++attempt) {
-      path_ = stem + "-" + std::to_string(attempt) + ".tmp";
-      descriptor_ =
-          openFile(path_, O_WRONLY | O_CREAT | O_EXCL, permissions.value_or(kNewFileMode));
-      if (!descriptor_ && errno != EEXIST) fail("create", path_);
+  // Created exclusively in `directory`, with exactly `permissions`, or with 0644 less the umask.
+  // Its name is `name`, or one that nothing else has.
+  TemporaryFile(const std::string& directory, const std::string& name,
+                std::optional<mode_t> permissions) {
+    const mode_t mode = permissions.value_or(kNewFileMode);
+    do {
+      path_ = joinPath(directory, name.empty() ? uniqueName() : name);
+      // What has a name that is only ours was left by a dead process with our number.
+      if (!name.empty()) ::unlink(path_.c_str());
+      descriptor_ = openFile(path_, O_WRONLY | O_CREAT | O_EXCL, mode);
+    } while (!descriptor_ && errno == EEXIST && name.empty());
+    if (!descriptor_) {
+      const std::string path = std::exchange(path_, "");  // there is nothing to remove
+      fail("create", path);
     }
     // The umask may have taken bits that were asked for.
     if (permissions && ::fchmod(descriptor_.get(), *permissions) != 0) {
@@ -288,17 +299,21 @@ void createDirectories(const std::string& path) {
 }
 
 void writeFileAtomically(const std::string& path, std::string_view bytes,
-                         std::optional<mode_t> permissions) {
+                         std::optional<mode_t> permissions, const std::string& temporaryName) {
   const std::string target = linkTarget(path);
   const std::string directory = parentPath(target);
   createDirectories(directory);
   if (!permissions) {
     if (const auto old = fileStatus(target)) permissions = old->permissions;
   }
-  TemporaryFile temporary(target, permissions);
+  TemporaryFile temporary(directory, temporaryName, permissions);
   temporary.write(bytes);
   temporary.moveTo(target);
   syncDirectory(directory);
+}
+
+bool removeFile(const std::string& path) {
+  return !holdsNUL(path) && ::unlink(path.c_str()) == 0;
 }
 
 void appendLineToFile(const std::string& path, std::string_view line, mode_t permissions) {

@@ -54,9 +54,14 @@ std::string readFileEnd(const std::string& path, std::size_t lines, std::size_t 
 // fsync'ed, renamed over the target, and the directory fsync'ed. A symbolic link at `path` is
 // followed, so a linked file stays linked. The parent directory is created when missing. Without
 // `permissions` the old file's are kept, or 0644 less the umask for a new one. On failure the
-// temporary file is removed and the old file untouched. Throws std::system_error.
+// temporary file is removed and the old file untouched. The temporary file has a name that nothing
+// else has, or is called `temporaryName`, which then nobody else may use. Throws std::system_error.
 void writeFileAtomically(const std::string& path, std::string_view bytes,
-                         std::optional<mode_t> permissions = std::nullopt);
+                         std::optional<mode_t> permissions = std::nullopt,
+                         const std::string& temporaryName = "");
+
+// Removes the file at `path`, no directory. False when it could not be removed.
+bool removeFile(const std::string& path);
 
 // Appends `line`, line feed included, with one write(2) to a descriptor opened with O_APPEND, so
 // that lines of several processes never mix; creates the file with `permissions`. A last line that

@@ -16,43 +16,49 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "platform/Descriptor.h"
+
+#ifdef __APPLE__
+extern char** environ;  // no header declares it there
+#endif
+
 namespace velta {
 namespace {
 
 constexpr int kNullInput = 0;
 constexpr int kOutput = 1;
 constexpr int kError = 2;
+constexpr const char* kNullDevice = "/dev/null";
 constexpr mode_t kLogMode = 0644;
+constexpr const char* kPrepare = "prepare a process";
 
 void check(int error, const char* operation) {
   if (error != 0) throw std::system_error(error, std::generic_category(), operation);
 }
 
+// What happens to the descriptors of a process that is to start.
 class FileActions {
  public:
-  FileActions(const std::string& workingDirectory, const std::string& logFile) {
-    check(::posix_spawn_file_actions_init(&actions_), "prepare a process");
-    try {
-      check(::posix_spawn_file_actions_addopen(&actions_, kNullInput, "/dev/null", O_RDONLY, 0),
-            "prepare a process");
-      check(::posix_spawn_file_actions_addopen(&actions_, kOutput, logFile.c_str(),
-                                               O_WRONLY | O_APPEND | O_CREAT, kLogMode),
-            "prepare a process");
-      check(::posix_spawn_file_actions_adddup2(&actions_, kOutput, kError), "prepare a process");
-#ifndef __APPLE__
-      // Also the descriptors that this process was itself started with.
-      check(::posix_spawn_file_actions_addclosefrom_np(&actions_, kError + 1), "prepare a process");
-#endif
-      check(::posix_spawn_file_actions_addchdir_np(&actions_, workingDirectory.c_str()),
-            "prepare a process");
-    } catch (...) {
-      ::posix_spawn_file_actions_destroy(&actions_);
-      throw;
-    }
-  }
+  FileActions() { check(::posix_spawn_file_actions_init(&actions_), kPrepare); }
   ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
   FileActions(const FileActions&) = delete;
   FileActions& operator=(const FileActions&) = delete;
+
+  void open(int descriptor, const char* path, int flags, mode_t mode = 0) {
+    check(::posix_spawn_file_actions_addopen(&actions_, descriptor, path, flags, mode), kPrepare);
+  }
+  void duplicate(int from, int to) {
+    check(::posix_spawn_file_actions_adddup2(&actions_, from, to), kPrepare);
+  }
+  void changeDirectory(const std::string& path) {
+    check(::posix_spawn_file_actions_addchdir_np(&actions_, path.c_str()), kPrepare);
+  }
+  // Also the descriptors that this process was itself started with. On macOS Attributes see to it.
+  void closeOthers() {
+#ifndef __APPLE__
+    check(::posix_spawn_file_actions_addclosefrom_np(&actions_, kError + 1), kPrepare);
+#endif
+  }
 
   const posix_spawn_file_actions_t* get() const { return &actions_; }
 
@@ -62,8 +68,9 @@ class FileActions {
 
 class Attributes {
  public:
-  Attributes() {
-    check(::posix_spawnattr_init(&attributes_), "prepare a process");
+  // `flags` besides those that every process gets.
+  explicit Attributes(int flags) {
+    check(::posix_spawnattr_init(&attributes_), kPrepare);
     sigset_t none;
     ::sigemptyset(&none);
     ::posix_spawnattr_setsigmask(&attributes_, &none);
@@ -73,9 +80,9 @@ class Attributes {
     ::sigaddset(&ignored, SIGPIPE);
     ::sigaddset(&ignored, SIGXFSZ);
     ::posix_spawnattr_setsigdefault(&attributes_, &ignored);
-    int flags = POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+    flags |= POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
 #ifdef __APPLE__
-    flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;  // see addclosefrom_np above
+    flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;  // see closeOthers
 #endif
     ::posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
   }
@@ -96,6 +103,39 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
+}
+
+struct Pipe {
+  Pipe() {
+    int ends[2] = {-1, -1};
+    check(::pipe(ends) == 0 ? 0 : errno, "make a pipe");
+    for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    reading = Descriptor(ends[0]);
+    writing = Descriptor(ends[1]);
+  }
+  Descriptor reading;
+  Descriptor writing;
+};
+
+std::string readToEnd(int descriptor) {
+  std::string bytes;
+  char piece[4096];
+  while (true) {
+    const ssize_t count = ::read(descriptor, piece, sizeof piece);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return bytes;
+    bytes.append(piece, static_cast<std::size_t>(count));
+  }
+}
+
+// Waits for the end of a child; whether it exited with status 0.
+bool endedWell(pid_t pid) {
+  int status = 0;
+  pid_t waited = 0;
+  do {
+    waited = ::waitpid(pid, &status, 0);
+  } while (waited < 0 && errno == EINTR);
+  return waited == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 std::string resolved(const std::string& path) {
@@ -130,13 +170,37 @@ pid_t spawnDetached(const std::vector<std::string>& arguments,
   for (const auto& [name, value] : environment) {
     variables.emplace_back(name).append("=").append(value);
   }
-  const FileActions actions(workingDirectory, logFile);
-  const Attributes attributes;
+  FileActions actions;
+  actions.open(kNullInput, kNullDevice, O_RDONLY);
+  actions.open(kOutput, logFile.c_str(), O_WRONLY | O_APPEND | O_CREAT, kLogMode);
+  actions.duplicate(kOutput, kError);
+  actions.closeOthers();
+  actions.changeDirectory(workingDirectory);
+  const Attributes attributes(POSIX_SPAWN_SETSID);
   pid_t pid = 0;
   check(::posix_spawn(&pid, arguments.front().c_str(), actions.get(), attributes.get(),
                       pointersTo(vector).data(), pointersTo(variables).data()),
         "start");
   return pid;
+}
+
+std::optional<std::string> outputOfProgram(const std::vector<std::string>& arguments) {
+  std::vector<std::string> vector = arguments;
+  Pipe pipe;
+  FileActions actions;
+  actions.open(kNullInput, kNullDevice, O_RDONLY);
+  actions.duplicate(pipe.writing.get(), kOutput);
+  actions.open(kError, kNullDevice, O_WRONLY);
+  actions.closeOthers();
+  const Attributes attributes(0);
+  pid_t pid = 0;
+  if (::posix_spawn(&pid, arguments.front().c_str(), actions.get(), attributes.get(),
+                    pointersTo(vector).data(), environ) != 0)
+    return std::nullopt;
+  pipe.writing.reset();
+  // Read to the end first: a program that fills the pipe would never end otherwise.
+  std::string output = readToEnd(pipe.reading.get());
+  return endedWell(pid) ? std::optional(std::move(output)) : std::nullopt;
 }
 
 bool isProcessAlive(pid_t pid) {

@@ -1,9 +1,11 @@
-// Process: starting programs that outlive this one, and asking whether they still run.
+// Process: starting programs, those that outlive this one and those it waits for, and asking
+// whether they still run.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,12 @@ namespace velta {
 pid_t spawnDetached(const std::vector<std::string>& arguments,
                     const std::map<std::string, std::string>& environment,
                     const std::string& workingDirectory, const std::string& logFile);
+
+// What the program arguments[0] (a path; PATH is not searched) writes to its standard output before
+// it ends with status 0; absent when it does not start or ends otherwise. Its standard input and
+// error are the null device, and no other descriptor of this process is open in it. Waits for its
+// end, however long that takes.
+std::optional<std::string> outputOfProgram(const std::vector<std::string>& arguments);
 
 // Whether the process runs. A child of ours that has ended is reaped by this and counts as ended;
 // a process that belongs to somebody else counts as running.

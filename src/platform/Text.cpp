@@ -221,12 +221,12 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
   return text.substr(0, measure(text, count).bytes);
 }
 
-std::string visibleOnOneLine(std::string_view text) {
+std::string visibleOnOneLine(std::string_view text, std::string_view instead) {
   std::string shown;
   shown.reserve(text.size());
   for (std::size_t from = 0; from < text.size();) {
     const Decoded next = decodeAt(text, from);
-    shown += isControl(next.codePoint) ? kReplacement : text.substr(from, next.length);
+    shown += isControl(next.codePoint) ? instead : text.substr(from, next.length);
     from += next.length;
   }
   return shown;

@@ -30,8 +30,8 @@ std::size_t characterCount(std::string_view text);
 // The first `count` extended grapheme clusters of `text`, or all of it when it has no more.
 std::string_view firstCharacters(std::string_view text, std::size_t count);
 
-// `text` with line breaks and other control characters (C0, DEL, C1, U+2028, U+2029) shown as
-// U+FFFD, so that it stays on one line of a terminal.
-std::string visibleOnOneLine(std::string_view text);
+// `text` with `instead` in place of every line break and other control character (C0, DEL, C1,
+// U+2028, U+2029), so that it stays on one line of a terminal.
+std::string visibleOnOneLine(std::string_view text, std::string_view instead = "\uFFFD");
 
 }  // namespace velta

@@ -20,10 +20,6 @@ constexpr double kRefreshSeconds = 120;  // between two refreshes, where the use
 constexpr std::string_view kToolsChanged =
     R"({"jsonrpc":"2.0","method":"notifications/tools/list_changed"})";
 
-// A meeting that comes of a recording is private.
-constexpr std::string_view kStatusOnly =
-    "This meeting is private; this client sees job status only, never its content";
-
 // What a handler gets.
 struct Call {
   std::string_view tool;
@@ -147,18 +143,12 @@ JSONObject getJob(ServerState& state, const Call& call) {
   return job;
 }
 
-JSONObject notBuiltYet(ServerState&, const Call& call) {
-  throw StoreError::value(std::string(call.tool) +
-                          " is not part of this version yet. Next step: use list_meetings and "
-                          "search_transcripts, or update velta-mcp");
-}
-
 JSONObject adminStats(ServerState& state, const Call& call) {
-  if (!state.adminStats)
+  if (!state.admin)
     throw StoreError::value(std::string(call.tool) +
                             " is not enabled on this server. It exists only when the server "
                             "starts with --admin-stats");
-  return notBuiltYet(state, call);
+  return state.admin->stats(call.arguments.integer("days", 0));
 }
 
 struct Row {

@@ -11,7 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include "admin/AdminStats.h"
 #include "agents/Agents.h"
+#include "cloud/HTTPFetcher.h"
 #include "config/Config.h"
 #include "config/Warnings.h"
 #include "index/Index.h"
@@ -32,6 +34,12 @@ struct ServerOptions {
   // Takes whole diagnostic lines, line feed included; it must not stall the protocol.
   std::function<void(std::string_view)> diagnose;
   Clock now = systemNow;
+  // How requests go out; it must outlive the server. Without it there are neither web meetings nor
+  // figures for the owner.
+  HTTPFetcher* fetcher = nullptr;
+  AdminStats::Keychain keychain = AdminStats::keychainToken;
+  // Descriptor of a terminal on which a long start may show how far it is; absent: nowhere.
+  std::optional<int> terminal = {};
 };
 
 struct ServerState {
@@ -40,7 +48,8 @@ struct ServerState {
   ServerState(const ServerState&) = delete;
   ServerState& operator=(const ServerState&) = delete;
 
-  // Brings the index up to date with the configuration as it is now.
+  // Brings the index up to date with the configuration as it is now. The first time may take long,
+  // and shows on the terminal how far it is.
   Index::BuildResult refreshIndex();
 
   // The client's name as users read it.
@@ -55,9 +64,11 @@ struct ServerState {
   Agents agents;
   Jobs jobs;
   Terms terms;
+  const std::optional<AdminStats> admin;  // with --admin-stats
   const std::optional<std::string> client;
   const std::vector<std::string> allowed;  // visibilities that the client may see, fixed at start
   const bool adminStats;
+  const std::optional<int> terminal;
   std::optional<Instant> lastSynced;  // when the index was last refreshed
   std::optional<ToolNames> listed;    // as last told by tools/list; absent when a change was told
   const ToolSchemas schemas;

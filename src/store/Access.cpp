@@ -72,7 +72,7 @@ bool Access::sees(const Index::Entry& entry) const {
   if (hidePrivate && contains(entry.tags, "private")) return false;
   if (scope == "all") return true;
   if (scope == "tagged") return contains(entry.tags, "agents");
-  return scope == "last_30_days" && isOnOrAfter(entry.meeting.date, since);
+  return scope == "last_30_days" && isOnOrAfter(entry.meeting->date, since);
 }
 
 std::optional<std::string> Access::noneVisibleMessage(const Index& index) const {

@@ -1,10 +1,9 @@
 #include "store/Answer.h"
 
 #include <algorithm>
-#include <cmath>
 #include <optional>
-#include <utility>
 
+#include "json/JSONWalk.h"
 #include "meetings/ReaderSupport.h"
 #include "meetings/TextNorm.h"
 
@@ -14,22 +13,6 @@ namespace {
 std::optional<double> timeOf(const JSONObject& object) {
   const auto t = finiteNumber(object, "t");
   return t ? t : finiteNumber(object, "t_start");
-}
-
-// Shows every value at any depth to `visit`, which may change it, from the outside in. The values
-// wait in a list: notes may be nested deeper than the program's stack reaches.
-template <class Visit>
-void visitAll(std::vector<JSON*> waiting, Visit visit) {
-  while (!waiting.empty()) {
-    JSON& next = *waiting.back();
-    waiting.pop_back();
-    visit(next);
-    if (JSON::Array* array = next.asArray()) {
-      for (JSON& element : *array) waiting.push_back(&element);
-    } else if (JSONObject* object = next.asObject()) {
-      for (const auto& [key, member] : *object) waiting.push_back(&member);
-    }
-  }
 }
 
 }  // namespace
@@ -51,14 +34,6 @@ void addClocks(JSON& value) {
     JSONObject* object = next.asObject();
     if (object == nullptr) return;
     if (const auto time = timeOf(*object)) object->set("clock", formatClock(*time));
-  });
-}
-
-void dropUnwritableNumbers(JSONObject& result) {
-  std::vector<JSON*> members;
-  for (const auto& [key, member] : result) members.push_back(&member);
-  visitAll(std::move(members), [](JSON& next) {
-    if (const auto number = next.asDouble(); number && !std::isfinite(*number)) next = nullptr;
   });
 }
 

@@ -26,8 +26,4 @@ std::string emptyNote(const Access& access, const Index& index, std::string_view
 // "t_start". A "clock" that is there already is overwritten in place.
 void addClocks(JSON& value);
 
-// Puts null in place of every number in `result` that is not finite. A file may hold numbers beyond
-// a double's range; JSON cannot write them, so a single one would spoil the whole answer.
-void dropUnwritableNumbers(JSONObject& result);
-
 }  // namespace velta

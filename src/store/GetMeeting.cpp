@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "json/JSONWalk.h"
 #include "meetings/TextNorm.h"
 #include "store/Answer.h"
 #include "store/Store.h"
@@ -61,7 +62,7 @@ JSONObject Store::getMeeting(const std::string& id,
                              const Access& access) const {
   JSONObject status = status_();
   const Index::Entry& entry = resolve(id, access);
-  const Meeting& meeting = entry.meeting;
+  const Meeting& meeting = *entry.meeting;
   JSONObject result{{"id", meeting.id},
                     {"title", meeting.title},
                     {"date", meeting.date},

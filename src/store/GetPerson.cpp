@@ -5,6 +5,7 @@
 
 #include "config/StoreError.h"
 #include "index/FoldedText.h"
+#include "json/JSONWalk.h"
 #include "meetings/ReaderSupport.h"
 #include "store/Answer.h"
 #include "store/DateFilter.h"
@@ -21,7 +22,7 @@ constexpr std::string_view kNobody =
 
 // Oldest first; meetings without a date before all others; equal dates by the index's order.
 bool isEarlier(const Index::Entry* a, const Index::Entry* b) {
-  if (a->meeting.date != b->meeting.date) return a->meeting.date < b->meeting.date;
+  if (a->meeting->date != b->meeting->date) return a->meeting->date < b->meeting->date;
   return a->order < b->order;
 }
 
@@ -96,7 +97,8 @@ JSONObject Store::getPerson(const PersonArguments& arguments, const Access& acce
   std::vector<const Index::Entry*> kept;
   for (const Index::Entry* entry : index_.newestFirst()) {
     // On purpose the whole list as JSON text, keys and roles included, not the names alone.
-    if (access.sees(*entry) && dates.passes(entry->meeting.date) && name.isIn(entry->peopleLower)) {
+    if (access.sees(*entry) && dates.passes(entry->meeting->date) &&
+        name.isIn(entry->peopleLower)) {
       kept.push_back(entry);
     }
   }
@@ -106,7 +108,7 @@ JSONObject Store::getPerson(const PersonArguments& arguments, const Access& acce
   JSON::Array trend;
   double totalTalk = 0;
   for (const Index::Entry* entry : kept) {
-    const Meeting& meeting = entry->meeting;
+    const Meeting& meeting = *entry->meeting;
     const JSONObject* person = personIn(meeting, name);
     if (person != nullptr) totalTalk += finiteNumber(*person, "talk_sec").value_or(0);
     meetings.emplace_back(partIn(meeting, person, name));

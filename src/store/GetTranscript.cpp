@@ -27,7 +27,7 @@ JSON lineObject(const Meeting::Transcript& lines, std::size_t index) {
 
 JSONObject Store::getTranscript(const TranscriptArguments& arguments, const Access& access) const {
   JSONObject status = status_();
-  const Meeting& meeting = resolve(arguments.id, access).meeting;
+  const Meeting& meeting = *resolve(arguments.id, access).meeting;
   const Meeting::Transcript& transcript = meeting.lines;
   const double from = arguments.fromSec.value_or(-std::numeric_limits<double>::infinity());
   const double to = arguments.toSec.value_or(std::numeric_limits<double>::infinity());

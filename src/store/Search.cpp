@@ -22,7 +22,7 @@ bool isBefore(const Found& a, const Found& b) {
 }
 
 Store::Hit lineHit(const Index::Entry& entry, std::size_t index) {
-  const Meeting::Transcript& lines = entry.meeting.lines;
+  const Meeting::Transcript& lines = entry.meeting->lines;
   return {&entry,
           "line",
           lines.id(index),
@@ -39,13 +39,13 @@ Store::Hit noteHit(const Index::Entry& entry, std::size_t index, std::size_t rid
 }
 
 Store::Hit digestHit(const Index::Entry& entry, std::size_t index, std::size_t rid) {
-  const Meeting::Digest& item = entry.meeting.digest[index];
+  const Meeting::Digest& item = entry.meeting->digest[index];
   return {&entry, "digest", item.id, item.t, std::nullopt, item.section, item.text, rid};
 }
 
 Store::Hit hitAt(const Found& found) {
   const Index::Entry& entry = *found.entry;
-  const std::size_t firstNote = entry.meeting.lines.size();
+  const std::size_t firstNote = entry.meeting->lines.size();
   const std::size_t firstDigest = firstNote + entry.noteTexts.size();
   if (found.rid < firstNote) return lineHit(entry, found.rid);
   if (found.rid < firstDigest) return noteHit(entry, found.rid - firstNote, found.rid);
@@ -85,9 +85,9 @@ std::vector<Store::Hit> Search::run(const Index& index,
   std::vector<Store::Hit> hits;
   const std::vector<const Index::Entry*>& entries = index.newestFirst();
   for (auto next = entries.begin(); next != entries.end() && hits.size() < request_.limit;) {
-    const std::optional<std::string>& day = (*next)->meeting.date;
+    const std::optional<std::string>& day = (*next)->meeting->date;
     Best best(request_.limit - hits.size());
-    for (; next != entries.end() && (*next)->meeting.date == day; ++next) {
+    for (; next != entries.end() && (*next)->meeting->date == day; ++next) {
       if (wanted(**next)) searchMeeting(**next, best);
     }
     best.appendTo(hits);
@@ -104,7 +104,7 @@ void Search::searchMeeting(const Index::Entry& entry, Best& best) const {
 // Jumps through all texts at once from one match of the first token to the next. A token holds no
 // line feed but every text ends with one, so no match spans two texts.
 void Search::searchLines(const Index::Entry& entry, Best& best) const {
-  const Meeting::Transcript& lines = entry.meeting.lines;
+  const Meeting::Transcript& lines = entry.meeting->lines;
   const TextBlock& texts = lines.texts();
   const std::vector<bool> speakers = wantedSpeakers(lines);
   if (std::ranges::find(speakers, true) == speakers.end()) return;
@@ -129,7 +129,7 @@ std::vector<bool> Search::wantedSpeakers(const Meeting::Transcript& lines) const
 }
 
 void Search::searchNotes(const Index::Entry& entry, Best& best) const {
-  std::size_t rid = entry.meeting.lines.size();
+  std::size_t rid = entry.meeting->lines.size();
   for (const Index::NoteText& note : entry.noteTexts) {
     if (matches(note.text)) best.add({&entry, note.t, rid});
     ++rid;
@@ -137,8 +137,8 @@ void Search::searchNotes(const Index::Entry& entry, Best& best) const {
 }
 
 void Search::searchDigest(const Index::Entry& entry, Best& best) const {
-  std::size_t rid = entry.meeting.lines.size() + entry.noteTexts.size();
-  for (const Meeting::Digest& item : entry.meeting.digest) {
+  std::size_t rid = entry.meeting->lines.size() + entry.noteTexts.size();
+  for (const Meeting::Digest& item : entry.meeting->digest) {
     if (matches(item.text)) best.add({&entry, item.t, rid});
     ++rid;
   }

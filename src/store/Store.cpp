@@ -65,7 +65,7 @@ std::size_t itemCount(const JSONObject& notes, std::string_view section) {
 }
 
 JSONObject summaryOf(const Index::Entry& entry) {
-  const Meeting& meeting = entry.meeting;
+  const Meeting& meeting = *entry.meeting;
   return {{"id", meeting.id},
           {"title", meeting.title},
           {"date", meeting.date},
@@ -86,7 +86,7 @@ std::string shortened(std::string_view text) {
 }
 
 JSONObject objectOf(const Store::Hit& hit) {
-  const Meeting& meeting = hit.e->meeting;
+  const Meeting& meeting = *hit.e->meeting;
   return {{"meeting_id", meeting.id},    {"meeting_title", meeting.title},
           {"date", meeting.date},        {"kind", hit.kind},
           {"line_id", hit.lineId},       {"t_start", hit.t},
@@ -105,7 +105,7 @@ class MeetingFilter {
 
   bool passes(const Index::Entry& entry) const {
     const auto isInBody = [&](const QueryToken& word) { return word.isIn(entry.bodyLower); };
-    return dates_.passes(entry.meeting.date) && std::ranges::all_of(words_, isInBody) &&
+    return dates_.passes(entry.meeting->date) && std::ranges::all_of(words_, isInBody) &&
            (!person_ || person_->isIn(entry.peopleLower));
   }
 
@@ -159,7 +159,7 @@ JSONObject Store::searchTranscripts(const SearchArguments& arguments, const Acce
   const DateFilter dates(arguments.dateFrom, arguments.dateTo);
   const Search search(requestOf(arguments, std::move(tokens)));
   const auto found = search.run(index_, [&](const Index::Entry& entry) {
-    return access.sees(entry) && dates.passes(entry.meeting.date);
+    return access.sees(entry) && dates.passes(entry.meeting->date);
   });
   JSON::Array hits;
   for (const Hit& hit : found) hits.emplace_back(objectOf(hit));

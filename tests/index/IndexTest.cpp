@@ -29,7 +29,7 @@ void insert(Index& index, const std::string& id, const std::string& key,
 
 std::vector<std::string> idsOf(const std::vector<const Index::Entry*>& entries) {
   std::vector<std::string> ids;
-  for (const Index::Entry* entry : entries) ids.push_back(entry->meeting.id);
+  for (const Index::Entry* entry : entries) ids.push_back(entry->meeting->id);
   return ids;
 }
 

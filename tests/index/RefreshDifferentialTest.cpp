@@ -19,7 +19,7 @@ std::map<std::string, std::tuple<std::string, std::string, std::string>> shownBy
     const Index& index) {
   std::map<std::string, std::tuple<std::string, std::string, std::string>> shown;
   for (const auto& [id, entry] : index.entries()) {
-    shown[id] = {entry.meeting.title, entry.key, entry.visibility};
+    shown[id] = {entry.meeting->title, entry.key, entry.visibility};
   }
   return shown;
 }

@@ -29,7 +29,7 @@ std::vector<std::string> idsOf(const Index& index) {
 void expectConsistent(const Index& index) {
   EXPECT_EQ(index.byKey().size(), index.entries().size());
   for (const auto& [id, entry] : index.entries()) {
-    EXPECT_EQ(entry.meeting.id, id);
+    EXPECT_EQ(entry.meeting->id, id);
     const auto key = index.byKey().find(entry.key);
     ASSERT_NE(key, index.byKey().end()) << entry.key;
     EXPECT_EQ(key->second, id);
@@ -136,29 +136,29 @@ TEST_F(Refresh, ReadsAMeetingWhoseSessionFileComesChangesOrGoes) {
       home_.folder.write("recordings/a/session.json", R"({"title": "From the session"})");
   std::filesystem::last_write_time(session, std::filesystem::last_write_time(notes));
   EXPECT_EQ(home_.refresh().changed, 1u) << "the list of files changed, the latest time did not";
-  EXPECT_EQ(home_.entry("rec-a").meeting.title, "From the session");
+  EXPECT_EQ(home_.entry("rec-a").meeting->title, "From the session");
   TestHome::touch(session);
   EXPECT_EQ(home_.refresh().changed, 1u);
   std::filesystem::remove(session);
   EXPECT_EQ(home_.refresh().changed, 1u);
-  EXPECT_EQ(home_.entry("rec-a").meeting.title, "A");
+  EXPECT_EQ(home_.entry("rec-a").meeting->title, "A");
   EXPECT_EQ(home_.refresh().changed, 0u);
 }
 
 TEST_F(Refresh, ReadsAMeetingWhoseUploadStateComesChangesOrGoes) {
   home_.record("a");
   home_.refresh();
-  EXPECT_FALSE(home_.entry("rec-a").meeting.status);
+  EXPECT_FALSE(home_.entry("rec-a").meeting->status);
   const std::string upload =
       home_.folder.write("recordings/a/upload.json", R"({"state": "uploading"})");
   EXPECT_EQ(home_.refresh().changed, 1u);
-  EXPECT_EQ(home_.entry("rec-a").meeting.status, "uploading");
+  EXPECT_EQ(home_.entry("rec-a").meeting->status, "uploading");
   TestHome::touch(upload);
   EXPECT_EQ(home_.refresh().changed, 1u);
   EXPECT_EQ(home_.refresh().changed, 0u);
   std::filesystem::remove(upload);
   EXPECT_EQ(home_.refresh().changed, 1u);
-  EXPECT_FALSE(home_.entry("rec-a").meeting.status);
+  EXPECT_FALSE(home_.entry("rec-a").meeting->status);
 }
 
 TEST_F(Refresh, ReadsAllWhenForced) {
@@ -370,7 +370,7 @@ class RefreshDuplicates : public Refresh {
 };
 
 TEST_F(RefreshDuplicates, ServeTheLaterListedAndNameTheOther) {
-  EXPECT_EQ(home_.entry("rec-a-b").meeting.title, "second");
+  EXPECT_EQ(home_.entry("rec-a-b").meeting->title, "second");
   EXPECT_EQ(result_.meetings, 1u);
   EXPECT_EQ(result_.changed, 1u);
   EXPECT_EQ(result_.perSource[0].second, 2u);
@@ -392,7 +392,7 @@ TEST_F(RefreshDuplicates, AreSteady) {
 TEST_F(RefreshDuplicates, BringTheOtherBackInTheRefreshInWhichTheWinnerGoes) {
   home_.remove("recordings/a-b");
   const auto result = home_.refresh();
-  EXPECT_EQ(home_.entry("rec-a-b").meeting.title, "first");
+  EXPECT_EQ(home_.entry("rec-a-b").meeting->title, "first");
   EXPECT_EQ(home_.entry("rec-a-b").key, keyOf("recordings/a b"));
   EXPECT_EQ(result.changed, 1u);
   EXPECT_EQ(result.removed, 0u);
@@ -402,7 +402,7 @@ TEST_F(RefreshDuplicates, BringTheOtherBackInTheRefreshInWhichTheWinnerGoes) {
 TEST_F(RefreshDuplicates, DoNotLetATouchedOneTakeOver) {
   TestHome::touch(waiting_);
   EXPECT_EQ(home_.refresh().changed, 0u);
-  EXPECT_EQ(home_.entry("rec-a-b").meeting.title, "second");
+  EXPECT_EQ(home_.entry("rec-a-b").meeting->title, "second");
 }
 
 TEST_F(RefreshDuplicates, DropTheMeetingWhenTheWinnerGoesAndTheOtherIsBroken) {
@@ -415,14 +415,14 @@ TEST_F(RefreshDuplicates, DropTheMeetingWhenTheWinnerGoesAndTheOtherIsBroken) {
   ASSERT_EQ(result.errors.size(), 1u);
   home_.folder.write("recordings/a b/notes.json", R"({"title": "mended"})");
   EXPECT_EQ(home_.refresh().changed, 1u);
-  EXPECT_EQ(home_.entry("rec-a-b").meeting.title, "mended");
+  EXPECT_EQ(home_.entry("rec-a-b").meeting->title, "mended");
 }
 
 TEST_F(RefreshDuplicates, KeepTheWinnersLastEntryWhenItBreaks) {
   home_.folder.write("recordings/a-b/notes.json", kBroken);
   TestHome::touch(serving_);
   const auto result = home_.refresh();
-  EXPECT_EQ(home_.entry("rec-a-b").meeting.title, "second");
+  EXPECT_EQ(home_.entry("rec-a-b").meeting->title, "second");
   EXPECT_EQ(result.errors.size(), 2u) << "what is broken, and what waits";
 }
 
@@ -484,7 +484,7 @@ TEST_F(Refresh, KeepsTheLastGoodEntryOfAFileThatBreaks) {
   home_.record("a", kBroken);
   TestHome::touch(file);
   const auto result = home_.refresh();
-  EXPECT_EQ(home_.entry("rec-a").meeting.title, "good");
+  EXPECT_EQ(home_.entry("rec-a").meeting->title, "good");
   EXPECT_EQ(home_.entry("rec-a").order, 1u);
   EXPECT_EQ(result.changed, 0u);
   EXPECT_EQ(result.removed, 0u);
@@ -492,7 +492,7 @@ TEST_F(Refresh, KeepsTheLastGoodEntryOfAFileThatBreaks) {
   EXPECT_EQ(home_.refresh().errors, result.errors) << "it stays named as long as it is broken";
   home_.record("a", R"({"title": "good again"})");
   EXPECT_EQ(home_.refresh().changed, 1u);
-  EXPECT_EQ(home_.entry("rec-a").meeting.title, "good again");
+  EXPECT_EQ(home_.entry("rec-a").meeting->title, "good again");
 }
 
 TEST_F(Refresh, LetsAKeptEntryFollowTheConfiguration) {
@@ -515,7 +515,7 @@ TEST_F(Refresh, KeepsTheLastEntryWhenItsSourceTakesAnotherPlace) {
   home_.record("a", kBroken);
   configure({home_.source("other"), home_.source("recordings", R"(, "visibility": "work")")});
   const auto result = home_.refresh();
-  EXPECT_EQ(home_.entry("rec-a").meeting.title, "good");
+  EXPECT_EQ(home_.entry("rec-a").meeting->title, "good");
   EXPECT_EQ(home_.entry("rec-a").key, keyOf("recordings/a", 1));
   EXPECT_EQ(home_.entry("rec-a").visibility, "work");
   EXPECT_EQ(result.removed, 0u);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <limits>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <system_error>
@@ -270,6 +271,30 @@ TEST(RandomBytes, TheyDifferFromCallToCallAndTakeEveryValue) {
   for (int call = 0; call < 64; ++call)
     for (const std::uint8_t byte : randomBytes(256)) seen.insert(byte);
   EXPECT_EQ(seen.size(), 256U);  // misses one of them once in 10^25 runs
+}
+
+TEST(OutputOfProgram, IsWhatItWroteBeforeItEndedWell) {
+  EXPECT_EQ(outputOfProgram({"/bin/sh", "-c", "echo token; echo noise >&2"}), "token\n");
+  EXPECT_EQ(outputOfProgram({"/bin/sh", "-c", "exit 0"}), "");
+  EXPECT_EQ(outputOfProgram({"/bin/sh", "-c", "cat"}), "");  // the input is empty
+}
+
+TEST(OutputOfProgram, IsAbsentWhenItFailsOrCannotStart) {
+  EXPECT_EQ(outputOfProgram({"/bin/sh", "-c", "echo token; exit 44"}), std::nullopt);
+  EXPECT_EQ(outputOfProgram({"/bin/sh", "-c", "echo token; kill -9 $$"}), std::nullopt);
+  EXPECT_EQ(outputOfProgram({"/nowhere/security"}), std::nullopt);
+}
+
+// More than a pipe holds: who waited first and read later would wait for ever.
+TEST(OutputOfProgram, MayBeLong) {
+  const auto output = outputOfProgram({"/bin/sh", "-c", "head -c 1000000 /dev/zero | tr '\\0' x"});
+  EXPECT_EQ(output, std::string(1'000'000, 'x'));
+}
+
+TEST(OutputOfProgram, ProgramGetsNoOtherDescriptor) {
+  const auto output = outputOfProgram({"/bin/sh", "-c", "ls /proc/self/fd 2>/dev/null | wc -l"});
+  if (!output || *output == "0\n") GTEST_SKIP() << "no /proc";
+  EXPECT_EQ(*output, "4\n");  // its three streams, and the directory that ls reads
 }
 
 }  // namespace

@@ -8,8 +8,8 @@
 //   >   a line to the server
 //   <   a line from the server
 //   !   a line that the server wrote to standard error, at the end
-// {home} stands for the data home and {now} for a local time stamp of the run. The data home is a
-// copy of tests/session/home, the time zone Asia/Taipei.
+// {home} stands for the data home and {now} for a time stamp of the run, local or UTC. The data
+// home is a copy of tests/session/home, the time zone Asia/Taipei.
 //
 // With VELTA_UPDATE_TRANSCRIPTS set in the environment the files are written anew from what the
 // server says; read the difference before it is committed.
@@ -118,7 +118,7 @@ class Performance {
 
   std::string fromWire(const std::string& text) const {
     // Stamps of the run are told from those of the fixture by the form of their offset.
-    static const std::regex now(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\+0800)");
+    static const std::regex now(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\+(0800|00:00))");
     return std::regex_replace(replaced(text, home_.path(), "{home}"), now, "{now}");
   }
 

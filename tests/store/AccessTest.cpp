@@ -24,7 +24,9 @@ Index::Entry entryOf(const Shown& shown) {
   Index::Entry entry;
   entry.visibility = shown.visibility;
   entry.tags = shown.tags;
-  entry.meeting.date = shown.date;
+  Meeting meeting;
+  meeting.date = shown.date;
+  entry.meeting = std::make_shared<const Meeting>(std::move(meeting));
   return entry;
 }
 

@@ -168,7 +168,7 @@ std::string shownAs(const std::string& meeting, std::string_view kind, const std
 
 void addHits(std::vector<ModelHit>& hits, const Index::Entry& entry,
              const Store::SearchArguments& arguments) {
-  const Meeting& meeting = entry.meeting;
+  const Meeting& meeting = *entry.meeting;
   std::size_t rid = 0;
   const auto consider = [&](bool wanted, std::string_view text, std::optional<double> t,
                             std::string_view kind, const std::string& lineId) {
@@ -197,7 +197,7 @@ std::vector<std::string> modelSearch(const Index& index, const Store::SearchArgu
                                      const Access& access) {
   std::vector<ModelHit> hits;
   for (const auto& [id, entry] : index.entries()) {
-    if (access.sees(entry) && isInDays(entry.meeting, arguments.dateFrom, arguments.dateTo)) {
+    if (access.sees(entry) && isInDays(*entry.meeting, arguments.dateFrom, arguments.dateTo)) {
       addHits(hits, entry, arguments);
     }
   }
@@ -212,7 +212,7 @@ std::vector<std::string> modelList(const Index& index, const Store::ListArgument
                                    const Access& access) {
   std::vector<std::tuple<std::string, std::string, std::uint64_t, std::string>> found;
   for (const auto& [id, entry] : index.entries()) {
-    const Meeting& meeting = entry.meeting;
+    const Meeting& meeting = *entry.meeting;
     std::string people;
     for (const JSONObject& person : meeting.people) people += writeCompact(person);
     if (access.sees(entry) && isInDays(meeting, arguments.dateFrom, arguments.dateTo) &&
