@@ -1,77 +1,29 @@
-// Benchmarks of the JSON parser and writer on a file like those of a recorded meeting: 700 lines of
-// mixed Chinese and English speech with times and speakers, and the notes. Where RapidJSON is
-// installed its document model does the same work beside them.
-#include <array>
+// Benchmarks of the JSON parser and writer on notes files of generated meetings: hundreds of lines
+// of mixed Chinese and English speech with times and speakers, and the notes. Where RapidJSON,
+// simdjson or nlohmann's JSON is installed, it does the same work beside them. One round is all
+// sample files, one after the other.
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
+#include "BenchFiles.h"
+#include "OtherJSON.h"
 #include "json/JSON.h"
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
 
-#if __has_include(<rapidjson/document.h>)
-#define VELTA_HAS_RAPIDJSON
-#if defined(__SSE2__)
-#define RAPIDJSON_SSE2
-#elif defined(__ARM_NEON)
-#define RAPIDJSON_NEON
-#endif
-#include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-#endif
-
-namespace velta {
+namespace velta::bench {
 namespace {
 
-constexpr int kLines = 700;
-constexpr std::array<std::string_view, 4> kSpeakers = {"Ada", "林海", "S1", "Grace Hopper"};
-constexpr std::array<std::string_view, 8> kPhrases = {
-    "我们先看一下上周的进度，",     "the index is rebuilt on every change, ",
-    "这个问题需要在发布之前解决。", "so let us measure it first. ",
-    "预算大概是三十万左右，",       "I will send the minutes today. ",
-    "search latency \"p99\" ",      "负责人是谁？"};
+using Texts = std::vector<std::string>;
 
-std::string speech(int line) {
-  std::string text;
-  const int phrases = 1 + line * 7 % 6;
-  for (int i = 0; i < phrases; ++i) {
-    text += kPhrases[static_cast<std::size_t>(line * 5 + i * 3) % kPhrases.size()];
-  }
-  return text;
-}
-
-JSONObject meeting() {
-  JSON::Array lines;
-  for (int i = 0; i < kLines; ++i) {
-    std::string id = "L";
-    id += std::to_string(i + 1);
-    const int hundredths = i * 512;
-    lines.push_back(
-        JSONObject{{"id", id},
-                   {"t_start", hundredths / 100.0},
-                   {"t_end", (hundredths + 487) / 100.0},
-                   {"speaker", kSpeakers[static_cast<std::size_t>(i) % kSpeakers.size()]},
-                   {"text", speech(i)}});
-  }
-  JSON::Array decisions;
-  for (int i = 0; i < 20; ++i) {
-    decisions.push_back(JSONObject{{"text", speech(i)}, {"owner", "Ada"}, {"t", i * 120}});
-  }
-  return {{"title", "周会 weekly"},
-          {"duration_sec", 3600.5},
-          {"summary", speech(3)},
-          {"decisions", std::move(decisions)},
-          {"lines", std::move(lines)}};
-}
-
-std::string text() { return writeIndented(meeting(), 2); }
-
-void countBytes(benchmark::State& state, std::size_t bytes) {
-  state.SetBytesProcessed(static_cast<std::int64_t>(bytes) * state.iterations());
+std::vector<JSON> sampleValues() {
+  std::vector<JSON> values;
+  for (const std::string& text : sampleNotes()) values.push_back(parseJSON(text));
+  return values;
 }
 
 // Sees every event and does nothing with it.
@@ -90,121 +42,190 @@ struct Listener {
 };
 
 void parseEvents(benchmark::State& state) {
-  const std::string bytes = text();
   for (auto _ : state) {
-    Listener listener;
-    parseJSONEvents(bytes, listener);
-    benchmark::DoNotOptimize(listener.events);
+    for (const std::string& text : sampleNotes()) {
+      Listener listener;
+      parseJSONEvents(text, listener);
+      benchmark::DoNotOptimize(listener.events);
+    }
   }
-  countBytes(state, bytes.size());
+  countBytes(state, bytesOf(sampleNotes()));
 }
 BENCHMARK(parseEvents)->Name("JSON/parse/events");
 
-void parseValues(benchmark::State& state) {
-  const std::string bytes = text();
+void parseAll(benchmark::State& state, const Texts& texts) {
   for (auto _ : state) {
-    const JSON value = parseJSON(bytes);
-    benchmark::DoNotOptimize(value.asObject());
+    for (const std::string& text : texts) {
+      const JSON value = parseJSON(text);
+      benchmark::DoNotOptimize(value.asObject());
+    }
   }
-  countBytes(state, bytes.size());
+  countBytes(state, bytesOf(texts));
 }
-BENCHMARK(parseValues)->Name("JSON/parse/values");
-
-void parseValuesCompact(benchmark::State& state) {
-  const std::string bytes = writeCompact(meeting());
-  for (auto _ : state) {
-    const JSON value = parseJSON(bytes);
-    benchmark::DoNotOptimize(value.asObject());
-  }
-  countBytes(state, bytes.size());
-}
-BENCHMARK(parseValuesCompact)->Name("JSON/parse/values of compact text");
+void parseIndented(benchmark::State& state) { parseAll(state, sampleNotes()); }
+BENCHMARK(parseIndented)->Name("JSON/parse/values");
+void parseCompact(benchmark::State& state) { parseAll(state, compactNotes()); }
+BENCHMARK(parseCompact)->Name("JSON/parse/values of compact text");
 
 // Writers fill a buffer that is there already, as the server does, so that the writing is measured
 // and not the system's handing out of memory.
-void write(benchmark::State& state) {
-  const JSON value = meeting();
+template <class Append>
+void writeAll(benchmark::State& state, Append append) {
+  const std::vector<JSON> values = sampleValues();
   std::string out;
+  std::size_t bytes = 0;
   for (auto _ : state) {
-    out.clear();
-    appendCompact(out, value);
-    benchmark::DoNotOptimize(out.data());
+    bytes = 0;
+    for (const JSON& value : values) {
+      out.clear();
+      append(out, value);
+      benchmark::DoNotOptimize(out.data());
+      bytes += out.size();
+    }
   }
-  countBytes(state, out.size());
+  countBytes(state, bytes);
 }
-BENCHMARK(write)->Name("JSON/write/compact");
-
+void writeCompactly(benchmark::State& state) {
+  writeAll(state, [](std::string& out, const JSON& value) { appendCompact(out, value); });
+}
+BENCHMARK(writeCompactly)->Name("JSON/write/compact");
 void writePretty(benchmark::State& state) {
-  const JSON value = meeting();
-  std::string out;
-  for (auto _ : state) {
-    out.clear();
-    appendIndented(out, value, 2);
-    benchmark::DoNotOptimize(out.data());
-  }
-  countBytes(state, out.size());
+  writeAll(state, [](std::string& out, const JSON& value) { appendIndented(out, value, 2); });
 }
 BENCHMARK(writePretty)->Name("JSON/write/indented");
 
 void copy(benchmark::State& state) {
-  const JSON value = meeting();
+  const JSON value = parseJSON(sampleNotes().front());
   for (auto _ : state) {
     const JSON other(value);
     benchmark::DoNotOptimize(other.asObject());
   }
 }
-BENCHMARK(copy)->Name("JSON/copy");
+BENCHMARK(copy)->Name("JSON/copy of one file");
 
 void compare(benchmark::State& state) {
-  const JSON value = meeting();
+  const JSON value = parseJSON(sampleNotes().front());
   const JSON other(value);
   for (auto _ : state) benchmark::DoNotOptimize(value == other);
 }
-BENCHMARK(compare)->Name("JSON/compare");
+BENCHMARK(compare)->Name("JSON/compare one file");
 
 #ifdef VELTA_HAS_RAPIDJSON
 
-void rapidParse(benchmark::State& state, const std::string& bytes) {
+template <unsigned kFlags>
+void rapidParse(benchmark::State& state, const Texts& texts) {
   for (auto _ : state) {
-    rapidjson::Document document;
-    document.Parse(bytes.data(), bytes.size());
-    benchmark::DoNotOptimize(document.IsObject());
+    for (const std::string& text : texts) {
+      rapidjson::Document document;
+      document.Parse<kFlags>(text.data(), text.size());
+      benchmark::DoNotOptimize(document.IsObject());
+    }
   }
-  countBytes(state, bytes.size());
+  countBytes(state, bytesOf(texts));
 }
-void rapidParseIndented(benchmark::State& state) { rapidParse(state, text()); }
+void rapidParseIndented(benchmark::State& state) {
+  rapidParse<rapidjson::kParseDefaultFlags>(state, sampleNotes());
+}
 BENCHMARK(rapidParseIndented)->Name("RapidJSON/parse/values");
-void rapidParseCompact(benchmark::State& state) { rapidParse(state, writeCompact(meeting())); }
+void rapidParseCompact(benchmark::State& state) {
+  rapidParse<rapidjson::kParseDefaultFlags>(state, compactNotes());
+}
 BENCHMARK(rapidParseCompact)->Name("RapidJSON/parse/values of compact text");
-
 // RapidJSON checks UTF-8 only when asked to; our parser always does.
 void rapidParseChecked(benchmark::State& state) {
-  const std::string bytes = text();
-  for (auto _ : state) {
-    rapidjson::Document document;
-    document.Parse<rapidjson::kParseValidateEncodingFlag>(bytes.data(), bytes.size());
-    benchmark::DoNotOptimize(document.IsObject());
-  }
-  countBytes(state, bytes.size());
+  rapidParse<rapidjson::kParseValidateEncodingFlag>(state, sampleNotes());
 }
 BENCHMARK(rapidParseChecked)->Name("RapidJSON/parse/values, UTF-8 checked");
 
-void rapidWrite(benchmark::State& state) {
-  const std::string source = text();
-  rapidjson::Document document;
-  document.Parse(source.data(), source.size());
-  rapidjson::StringBuffer out;
-  for (auto _ : state) {
-    out.Clear();
-    rapidjson::Writer<rapidjson::StringBuffer> writer(out);
-    document.Accept(writer);
-    benchmark::DoNotOptimize(out.GetString());
+template <class Writer>
+void rapidWrite(benchmark::State& state, void (*prepare)(Writer&)) {
+  std::vector<rapidjson::Document> documents(sampleNotes().size());
+  for (std::size_t i = 0; i < documents.size(); ++i) {
+    documents[i].Parse(sampleNotes()[i].data(), sampleNotes()[i].size());
   }
-  countBytes(state, out.GetSize());
+  rapidjson::StringBuffer out;
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    bytes = 0;
+    for (const rapidjson::Document& document : documents) {
+      out.Clear();
+      Writer writer(out);
+      prepare(writer);
+      document.Accept(writer);
+      benchmark::DoNotOptimize(out.GetString());
+      bytes += out.GetSize();
+    }
+  }
+  countBytes(state, bytes);
 }
-BENCHMARK(rapidWrite)->Name("RapidJSON/write/compact");
+void rapidWriteCompact(benchmark::State& state) {
+  using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+  rapidWrite<Writer>(state, [](Writer&) {});
+}
+BENCHMARK(rapidWriteCompact)->Name("RapidJSON/write/compact");
+void rapidWriteIndented(benchmark::State& state) {
+  using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+  rapidWrite<Writer>(state, [](Writer& writer) { writer.SetIndent(' ', 2); });
+}
+BENCHMARK(rapidWriteIndented)->Name("RapidJSON/write/indented");
+
+#endif
+
+#ifdef VELTA_HAS_SIMDJSON
+
+// simdjson reads padded text and reuses its parser's memory, so both are there already. Its DOM is
+// the whole document in one flat tape, which cannot be changed.
+void simdParse(benchmark::State& state) {
+  std::vector<simdjson::padded_string> texts;
+  for (const std::string& text : sampleNotes()) texts.emplace_back(text);
+  simdjson::dom::parser parser;
+  for (auto _ : state) {
+    for (const simdjson::padded_string& text : texts) {
+      const simdjson::dom::element element = parser.parse(text);
+      benchmark::DoNotOptimize(element.is_object());
+    }
+  }
+  countBytes(state, bytesOf(sampleNotes()));
+}
+BENCHMARK(simdParse)->Name("simdjson/parse/values");
+
+#endif
+
+#ifdef VELTA_HAS_NLOHMANN
+
+void nlohmannParse(benchmark::State& state) {
+  for (auto _ : state) {
+    for (const std::string& text : sampleNotes()) {
+      const nlohmann::json value = nlohmann::json::parse(text);
+      benchmark::DoNotOptimize(value.is_object());
+    }
+  }
+  countBytes(state, bytesOf(sampleNotes()));
+}
+BENCHMARK(nlohmannParse)->Name("nlohmann/parse/values");
+
+void nlohmannWrite(benchmark::State& state, int indentation) {
+  std::vector<nlohmann::ordered_json> values;
+  for (const std::string& text : sampleNotes()) {
+    values.push_back(nlohmann::ordered_json::parse(text));
+  }
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    bytes = 0;
+    for (const nlohmann::ordered_json& value : values) {
+      const std::string out = value.dump(indentation);
+      benchmark::DoNotOptimize(out.data());
+      bytes += out.size();
+    }
+  }
+  countBytes(state, bytes);
+}
+void nlohmannWriteCompact(benchmark::State& state) { nlohmannWrite(state, -1); }
+BENCHMARK(nlohmannWriteCompact)->Name("nlohmann/write/compact");
+void nlohmannWriteIndented(benchmark::State& state) { nlohmannWrite(state, 2); }
+BENCHMARK(nlohmannWriteIndented)->Name("nlohmann/write/indented");
 
 #endif
 
 }  // namespace
-}  // namespace velta
+}  // namespace velta::bench
