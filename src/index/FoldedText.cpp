@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <numeric>
+#include <span>
 #include <utility>
 
 namespace velta {
@@ -42,75 +44,52 @@ char folded(char byte) {
   return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
 }
 
-// The places of one byte in a text, of a letter in both its cases, in ascending order. The two
-// cases are looked for separately, because that is what the library searches for fast.
-class EitherCase {
- public:
-  EitherCase(std::string_view text, char lowered, std::size_t from)
-      : text_(text),
-        lower_(lowered),
-        upper_(isLowerLetter(lowered) ? static_cast<char>(lowered - 'a' + 'A') : lowered),
-        nextLower_(text.find(lower_, from)),
-        nextUpper_(upper_ == lower_ ? FoldedNeedle::npos : text.find(upper_, from)) {}
-
-  std::size_t place() const { return std::min(nextLower_, nextUpper_); }
-
-  void advance() {
-    const std::size_t passed = place();
-    if (nextLower_ == passed) {
-      nextLower_ = text_.find(lower_, passed + 1);
-    } else {
-      nextUpper_ = text_.find(upper_, passed + 1);
-    }
+// The two rarest bytes of a needle that is not empty; of a single byte twice the same.
+PairScan rarestPairOf(std::string_view needle) {
+  std::vector<std::size_t> offsets(needle.size());
+  std::iota(offsets.begin(), offsets.end(), 0U);
+  if (offsets.size() == 1) offsets.push_back(0);
+  std::ranges::partial_sort(offsets, offsets.begin() + 2, {},
+                            [&](std::size_t i) { return frequency(needle[i]); });
+  PairScan scan;
+  for (std::size_t i = 0; i < 2; ++i) {
+    const char byte = needle[offsets[i]];
+    scan.offset[i] = offsets[i];
+    scan.byte[i] = static_cast<std::uint8_t>(byte);
+    scan.fold[i] = isLowerLetter(byte) ? 0x20 : 0;
   }
+  return scan;
+}
 
- private:
-  std::string_view text_;
-  char lower_;
-  char upper_;
-  std::size_t nextLower_;
-  std::size_t nextUpper_;
-};
-
-// Looks through ever wider windows until `findBefore(begin, end)` finds something. A scan for what
-// is missing (one case of a letter, one variant of a word) so ends soon after the next occurrence
-// of what is there, instead of running to the end of the text for every occurrence.
-template <class FindBefore>
-std::size_t findInWindows(std::size_t size, std::size_t from, FindBefore findBefore) {
-  constexpr std::size_t kFirstWindow = 512;  // bytes
-  for (std::size_t width = kFirstWindow; from <= size; width *= 2) {
-    const std::size_t place = findBefore(from, from + width);
-    if (place != FoldedNeedle::npos) return place;
-    from += width;
+// The first place in [from, end) of `haystack` at which the pair of any of `scans` stands and
+// `isMatch(place)` holds; `end` when there is none.
+template <class IsMatch>
+std::size_t findMatch(std::string_view haystack, std::size_t from, std::size_t end,
+                      std::span<const PairScan> scans, IsMatch isMatch) {
+  const char* const begin = haystack.data();
+  for (const char* at = begin + from; from < end; ++at) {
+    at = findPair(at, begin + end, scans);
+    from = static_cast<std::size_t>(at - begin);
+    if (from >= end || isMatch(from)) return from;
   }
-  return FoldedNeedle::npos;
+  return end;
 }
 
 }  // namespace
 
 FoldedNeedle::FoldedNeedle(std::string lowered) : lowered_(std::move(lowered)) {
-  const auto rarest = std::ranges::min_element(lowered_, {}, frequency);
-  rarest_ = static_cast<std::size_t>(rarest - lowered_.begin());
+  if (!lowered_.empty()) scan_ = rarestPairOf(lowered_);
 }
 
 std::size_t FoldedNeedle::find(std::string_view haystack, std::size_t from) const {
-  return findInWindows(haystack.size(), from, [&](std::size_t begin, std::size_t end) {
-    return findBefore(haystack, begin, end);
-  });
-}
-
-std::size_t FoldedNeedle::findBefore(std::string_view haystack, std::size_t from,
-                                     std::size_t end) const {
   if (haystack.size() < lowered_.size()) return npos;
-  end = std::min(end, haystack.size() - lowered_.size() + 1);
+  const std::size_t end = haystack.size() - lowered_.size() + 1;
   if (from >= end) return npos;
   if (lowered_.empty()) return from;
-  EitherCase scan(haystack.substr(0, end + rarest_), lowered_[rarest_], from + rarest_);
-  for (; scan.place() != npos; scan.advance()) {
-    const std::size_t begin = scan.place() - rarest_;
-    if (isAt(haystack.data() + begin)) return begin;
-  }
-  return npos;
+  const std::size_t place = findMatch(haystack, from, end, {&scan_, 1}, [&](std::size_t candidate) {
+    return isAt(haystack.data() + candidate);
+  });
+  return place < end ? place : npos;
 }
 
 bool FoldedNeedle::isAt(const char* place) const {
@@ -118,17 +97,44 @@ bool FoldedNeedle::isAt(const char* place) const {
 }
 
 QueryToken::QueryToken(const std::vector<std::string>& loweredVariants) {
-  for (const std::string& variant : loweredVariants) variants_.emplace_back(variant);
+  for (const std::string& variant : loweredVariants) {
+    const FoldedNeedle& needle = variants_.emplace_back(variant);
+    scans_.push_back(needle.scan());
+    grams_.push_back(gramsOf(variant));
+    longest_ = std::max(longest_, variant.size());
+    shortest_ = variants_.size() == 1 ? variant.size() : std::min(shortest_, variant.size());
+    for (const std::uint8_t byte : needle.scan().byte)
+      commonness_ += frequency(static_cast<char>(byte));
+  }
 }
 
+// Where every variant has room behind it they are looked for in one pass; what is left is shorter
+// than the longest of them, and too little to save anything on.
 std::size_t QueryToken::find(std::string_view haystack, std::size_t from) const {
-  return findInWindows(haystack.size(), from, [&](std::size_t begin, std::size_t end) {
-    std::size_t first = FoldedNeedle::npos;
-    for (const FoldedNeedle& variant : variants_) {
-      first = std::min(first, variant.findBefore(haystack, begin, std::min(first, end)));
-    }
-    return first;
+  if (shortest_ > 0 && haystack.size() >= longest_) {
+    const std::size_t end = haystack.size() - longest_ + 1;
+    const std::size_t place =
+        findMatch(haystack, from, end, scans_, [&](std::size_t at) { return isAt(haystack, at); });
+    if (place < end) return place;
+    from = std::max(from, end);
+    if (shortest_ == longest_) return FoldedNeedle::npos;
+  }
+  std::size_t first = FoldedNeedle::npos;
+  for (const FoldedNeedle& variant : variants_) {
+    first = std::min(first, variant.find(haystack, from));
+  }
+  return first;
+}
+
+bool QueryToken::isAt(std::string_view haystack, std::size_t place) const {
+  return std::ranges::any_of(variants_, [&](const FoldedNeedle& variant) {
+    return variant.isAt(haystack.data() + place);
   });
+}
+
+bool QueryToken::mayBeIn(const SignatureView& signature) const {
+  return std::ranges::any_of(
+      grams_, [&](const std::vector<std::uint64_t>& grams) { return signature.mayHold(grams); });
 }
 
 }  // namespace velta

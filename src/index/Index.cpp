@@ -17,6 +17,19 @@ bool isNewer(const Index::Entry* a, const Index::Entry* b) {
          std::tie(a->meeting->date, a->meeting->startedAt, b->order);
 }
 
+std::uint32_t saltOf(const Index::Entry& entry) {
+  return static_cast<std::uint32_t>(std::hash<std::string>()(entry.meeting->id));
+}
+
+Signature signatureOf(const std::vector<std::string_view>& texts, std::uint32_t salt) {
+  std::size_t bytes = 0;
+  for (const std::string_view text : texts) bytes += text.size();
+  if (bytes == 0) return {};
+  Signature signature(bytes, salt);
+  for (const std::string_view text : texts) signature.add(text);
+  return signature;
+}
+
 }  // namespace
 
 Index::Index(const Config& config, Clock now, HTTPFetcher* fetcher)
@@ -49,11 +62,19 @@ std::vector<std::string> Index::peopleNames() const {
   return names;
 }
 
-const std::vector<const Index::Entry*>& Index::newestFirst() const {
+const std::vector<Index::Card>& Index::newestFirst() const {
   if (!newestFirstValid_) {
+    std::vector<const Entry*> sorted;
+    for (const auto& [id, entry] : entries_) sorted.push_back(&entry);
+    std::ranges::sort(sorted, isNewer);
     newestFirst_.clear();
-    for (const auto& [id, entry] : entries_) newestFirst_.push_back(&entry);
-    std::ranges::sort(newestFirst_, isNewer);
+    std::uint32_t day = 0;
+    for (const Entry* entry : sorted) {
+      if (!newestFirst_.empty() && newestFirst_.back().entry->meeting->date != entry->meeting->date)
+        ++day;
+      newestFirst_.push_back(
+          {entry, day, entry->lineSignature.view(), entry->bodySignature.view()});
+    }
     newestFirstValid_ = true;
   }
   return newestFirst_;
@@ -61,11 +82,19 @@ const std::vector<const Index::Entry*>& Index::newestFirst() const {
 
 Index::Entry Index::composeEntry(std::shared_ptr<const Meeting> meeting) {
   Entry entry;
-  entry.bodyLower = bodyLowerOf(*meeting);
-  entry.peopleLower = peopleLowerOf(*meeting);
-  entry.noteTexts = noteTextsOf(*meeting);
   entry.meeting = std::move(meeting);
+  entry.peopleLower = peopleLowerOf(*entry.meeting);
+  entry.lineSignature = signatureOf({entry.meeting->lines.texts().bytes()}, saltOf(entry));
+  composeBody(entry);
   return entry;
+}
+
+void Index::composeBody(Entry& entry) {
+  entry.bodyLower = bodyLowerOf(*entry.meeting);
+  entry.noteTexts = noteTextsOf(*entry.meeting);
+  std::vector<std::string_view> texts = {entry.bodyLower};
+  for (const NoteText& note : entry.noteTexts) texts.emplace_back(note.text);
+  entry.bodySignature = signatureOf(texts, saltOf(entry));
 }
 
 void Index::put(Entry entry) {

@@ -23,6 +23,7 @@
 #include "cloud/HTTPFetcher.h"
 #include "cloud/WebMeetings.h"
 #include "config/Config.h"
+#include "index/Signature.h"
 #include "json/JSON.h"
 #include "meetings/Meeting.h"
 #include "meetings/Sources.h"
@@ -60,6 +61,17 @@ class Index {
     std::string bodyLower;    // title, verdict, notes and digest texts, joined by line feeds
     std::string peopleLower;  // the people as compact JSON text
     std::vector<NoteText> noteTexts;
+    Signature lineSignature;  // of the texts of the lines
+    Signature bodySignature;  // of bodyLower and the note texts
+  };
+
+  // What a search looks at first of a meeting. The cards lie one after another in memory, so that
+  // walking past thousands of meetings that do not match touches little else.
+  struct Card {
+    const Entry* entry;
+    std::uint32_t day;  // equal for meetings of one date, and greater for an earlier one
+    SignatureView lines;
+    SignatureView body;
   };
 
   // The outcome of one refresh.
@@ -102,9 +114,9 @@ class Index {
   // The names of all people of all meetings, as written there, repeated as there.
   std::vector<std::string> peopleNames() const;
 
-  // All entries, newest first: by date descending, undated last; on one date by start time
+  // All meetings, newest first: by date descending, undated last; on one date by start time
   // descending, without one last; then by order. Valid until the next refresh or insert.
-  const std::vector<const Entry*>& newestFirst() const;
+  const std::vector<Card>& newestFirst() const;
 
   // When the last refresh finished; absent before the first.
   const std::optional<Instant>& indexedAt() const { return indexedAt_; }
@@ -122,6 +134,8 @@ class Index {
     Sources::FileSet files;
   };
 
+  // Composes what is searched of the entry's written notes.
+  static void composeBody(Entry& entry);
   // The entry of a meeting with its search texts, not yet in the index.
   static Entry composeEntry(std::shared_ptr<const Meeting> meeting);
   // Adds the entry or replaces the one with its id, under its key.
@@ -140,7 +154,7 @@ class Index {
   std::optional<JSONObject> cloudStatus_;
   std::optional<std::string> configHash_;  // fingerprint of what shaped the index
   std::uint64_t nextOrder_ = 0;
-  mutable std::vector<const Entry*> newestFirst_;  // sorted on demand
+  mutable std::vector<Card> newestFirst_;  // sorted on demand
   mutable bool newestFirstValid_ = false;
 };
 

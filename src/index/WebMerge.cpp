@@ -9,7 +9,6 @@
 
 #include "index/Index.h"
 #include "index/Overrides.h"
-#include "index/SearchTexts.h"
 
 namespace velta {
 namespace {
@@ -137,8 +136,8 @@ class Index::WebMerge {
       meeting.notes.erase(kUserNotes);
     }
     entry.meeting = std::make_shared<const Meeting>(std::move(meeting));
-    entry.bodyLower = bodyLowerOf(*entry.meeting);
-    entry.noteTexts = noteTextsOf(*entry.meeting);
+    composeBody(entry);
+    index_.newestFirstValid_ = false;
   }
 
   void save(JSONObject& status) {

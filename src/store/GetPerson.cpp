@@ -95,7 +95,8 @@ JSONObject Store::getPerson(const PersonArguments& arguments, const Access& acce
   const QueryToken name(scriptVariants(arguments.name));
   const DateFilter dates(arguments.dateFrom, arguments.dateTo);
   std::vector<const Index::Entry*> kept;
-  for (const Index::Entry* entry : index_.newestFirst()) {
+  for (const Index::Card& card : index_.newestFirst()) {
+    const Index::Entry* entry = card.entry;
     // On purpose the whole list as JSON text, keys and roles included, not the names alone.
     if (access.sees(*entry) && dates.passes(entry->meeting->date) &&
         name.isIn(entry->peopleLower)) {

@@ -1,6 +1,7 @@
 #include "store/Search.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -52,6 +53,42 @@ Store::Hit hitAt(const Found& found) {
   return digestHit(entry, found.rid - firstDigest, found.rid);
 }
 
+// The lines that hold all of some words, one after another: from where one word stands the others
+// are looked for, and the farthest of them says which line can be the next at all. A token holds no
+// line feed but every text ends with one, so no match spans two texts.
+class MatchingLines {
+ public:
+  MatchingLines(const std::vector<QueryToken>& tokens, const TextBlock& texts)
+      : tokens_(tokens), texts_(texts), places_(tokens.size(), 0) {
+    for (std::size_t i = 0; i < tokens_.size(); ++i) places_[i] = tokens_[i].find(texts_.bytes());
+  }
+
+  // The next matching line at or after `from`; absent when there is no more.
+  std::optional<std::size_t> next(std::size_t from) {
+    while (true) {
+      std::size_t farthest = 0;
+      for (std::size_t i = 0; i < tokens_.size(); ++i) {
+        const std::size_t begin = texts_.begin(from);
+        if (places_[i] < begin) places_[i] = tokens_[i].find(texts_.bytes(), begin);
+        if (places_[i] == FoldedNeedle::npos) return std::nullopt;
+        farthest = std::max(farthest, places_[i]);
+        // Whatever comes before the line of this word is of no use.
+        if (i + 1 < tokens_.size()) from = std::max(from, texts_.textAt(places_[i]));
+      }
+      const std::size_t line = texts_.textAt(farthest);
+      const std::size_t begin = texts_.begin(line);
+      const auto isInLine = [begin](std::size_t place) { return place >= begin; };
+      if (std::ranges::all_of(places_, isInLine)) return line;
+      from = line;
+    }
+  }
+
+ private:
+  const std::vector<QueryToken>& tokens_;
+  const TextBlock& texts_;
+  std::vector<std::size_t> places_;  // where each word comes next
+};
+
 }  // namespace
 
 // The best of the places found on one day, at most `room` of them: a heap with the worst on top.
@@ -80,42 +117,49 @@ class Search::Best {
   std::vector<Found> heap_;
 };
 
+// The words are looked for beginning with the one that is probably rarest.
+Search::Search(Request request) : request_(std::move(request)) {
+  std::ranges::stable_sort(request_.tokens, {}, &QueryToken::commonness);
+}
+
 std::vector<Store::Hit> Search::run(const Index& index,
                                     const std::function<bool(const Index::Entry&)>& wanted) const {
   std::vector<Store::Hit> hits;
-  const std::vector<const Index::Entry*>& entries = index.newestFirst();
-  for (auto next = entries.begin(); next != entries.end() && hits.size() < request_.limit;) {
-    const std::optional<std::string>& day = (*next)->meeting->date;
+  const std::vector<Index::Card>& cards = index.newestFirst();
+  for (auto card = cards.begin(); card != cards.end() && hits.size() < request_.limit;) {
+    const std::uint32_t day = card->day;
     Best best(request_.limit - hits.size());
-    for (; next != entries.end() && (*next)->meeting->date == day; ++next) {
-      if (wanted(**next)) searchMeeting(**next, best);
+    for (; card != cards.end() && card->day == day; ++card) {
+      const Areas areas = areasOf(*card);
+      if (areas && wanted(*card->entry)) searchMeeting(*card->entry, areas, best);
     }
     best.appendTo(hits);
   }
   return hits;
 }
 
-void Search::searchMeeting(const Index::Entry& entry, Best& best) const {
-  if (request_.lines) searchLines(entry, best);
-  if (request_.notes) searchNotes(entry, best);
-  if (request_.digest) searchDigest(entry, best);
+Search::Areas Search::areasOf(const Index::Card& card) const {
+  const auto mayHoldAll = [this](const SignatureView& signature) {
+    return std::ranges::all_of(request_.tokens,
+                               [&](const QueryToken& token) { return token.mayBeIn(signature); });
+  };
+  return {.lines = request_.lines && mayHoldAll(card.lines),
+          .written = (request_.notes || request_.digest) && mayHoldAll(card.body)};
 }
 
-// Jumps through all texts at once from one match of the first token to the next. A token holds no
-// line feed but every text ends with one, so no match spans two texts.
+void Search::searchMeeting(const Index::Entry& entry, Areas areas, Best& best) const {
+  if (areas.lines) searchLines(entry, best);
+  if (areas.written && request_.notes) searchNotes(entry, best);
+  if (areas.written && request_.digest) searchDigest(entry, best);
+}
+
 void Search::searchLines(const Index::Entry& entry, Best& best) const {
   const Meeting::Transcript& lines = entry.meeting->lines;
-  const TextBlock& texts = lines.texts();
   const std::vector<bool> speakers = wantedSpeakers(lines);
   if (std::ranges::find(speakers, true) == speakers.end()) return;
-  const QueryToken& first = request_.tokens.front();
-  std::size_t place = first.find(texts.bytes());
-  while (place != FoldedNeedle::npos) {
-    const std::size_t line = texts.textAt(place);
-    if (speakers[lines.speakerIndex(line)] && matches(texts[line])) {
-      best.add({&entry, lines.tStart(line), line});
-    }
-    place = first.find(texts.bytes(), texts.begin(line + 1));
+  MatchingLines matching(request_.tokens, lines.texts());
+  for (auto line = matching.next(0); line; line = matching.next(*line + 1)) {
+    if (speakers[lines.speakerIndex(*line)]) best.add({&entry, lines.tStart(*line), *line});
   }
 }
 

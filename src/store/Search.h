@@ -29,7 +29,7 @@ class Search {
     std::size_t limit = 0;  // hits wanted
   };
 
-  explicit Search(Request request) : request_(std::move(request)) {}
+  explicit Search(Request request);
 
   // The best hits among the meetings that are `wanted`. The hits refer to entries of `index`.
   std::vector<Store::Hit> run(const Index& index,
@@ -38,7 +38,15 @@ class Search {
  private:
   class Best;
 
-  void searchMeeting(const Index::Entry& entry, Best& best) const;
+  // Where in a meeting all the words may be; what the signatures rule out is not looked at.
+  struct Areas {
+    bool lines;
+    bool written;  // notes and digest
+    explicit operator bool() const { return lines || written; }
+  };
+  Areas areasOf(const Index::Card& card) const;
+
+  void searchMeeting(const Index::Entry& entry, Areas areas, Best& best) const;
   void searchLines(const Index::Entry& entry, Best& best) const;
   std::vector<bool> wantedSpeakers(const Meeting::Transcript& lines) const;
   void searchNotes(const Index::Entry& entry, Best& best) const;

@@ -103,10 +103,12 @@ class MeetingFilter {
     if (isGiven(arguments.person)) person_.emplace(scriptVariants(*arguments.person));
   }
 
-  bool passes(const Index::Entry& entry) const {
+  bool passes(const Index::Card& card) const {
+    const Index::Entry& entry = *card.entry;
+    const auto mayBeInBody = [&](const QueryToken& word) { return word.mayBeIn(card.body); };
     const auto isInBody = [&](const QueryToken& word) { return word.isIn(entry.bodyLower); };
-    return dates_.passes(entry.meeting->date) && std::ranges::all_of(words_, isInBody) &&
-           (!person_ || person_->isIn(entry.peopleLower));
+    return std::ranges::all_of(words_, mayBeInBody) && dates_.passes(entry.meeting->date) &&
+           std::ranges::all_of(words_, isInBody) && (!person_ || person_->isIn(entry.peopleLower));
   }
 
  private:
@@ -139,9 +141,10 @@ JSONObject Store::listMeetings(const ListArguments& arguments, const Access& acc
   const MeetingFilter filter(arguments);
   const std::size_t limit = effectiveLimit(arguments.limit, kDefaultLimit, kMaxLimit);
   JSON::Array meetings;
-  for (const Index::Entry* entry : index_.newestFirst()) {
+  for (const Index::Card& card : index_.newestFirst()) {
     if (meetings.size() == limit) break;
-    if (access.sees(*entry) && filter.passes(*entry)) meetings.emplace_back(summaryOf(*entry));
+    if (filter.passes(card) && access.sees(*card.entry))
+      meetings.emplace_back(summaryOf(*card.entry));
   }
   const std::size_t count = meetings.size();
   JSONObject result;

@@ -63,13 +63,6 @@ TEST(FoldedNeedle, FindsWhatLiesAcrossTheWindowsOfTheScan) {
   }
 }
 
-TEST(FoldedNeedle, FindBeforeLooksAtTheBeginningOfAnOccurrence) {
-  const FoldedNeedle needle("cd");
-  EXPECT_EQ(needle.findBefore("abcd", 0, 3), 2u);
-  EXPECT_EQ(needle.findBefore("abcd", 0, 2), npos);
-  EXPECT_EQ(needle.findBefore("abcd", 0, 99), 2u);
-}
-
 TEST(QueryToken, FindsTheFirstOfItsVariants) {
   const QueryToken token({"電車", "电车"});
   EXPECT_EQ(token.find("x电车電車"), 1u);

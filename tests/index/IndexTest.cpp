@@ -27,9 +27,9 @@ void insert(Index& index, const std::string& id, const std::string& key,
   index.insert(meetingWith(id, more), key, "work", {"tag"}, 5);
 }
 
-std::vector<std::string> idsOf(const std::vector<const Index::Entry*>& entries) {
+std::vector<std::string> idsOf(const std::vector<Index::Card>& cards) {
   std::vector<std::string> ids;
-  for (const Index::Entry* entry : entries) ids.push_back(entry->meeting->id);
+  for (const Index::Card& card : cards) ids.push_back(card.entry->meeting->id);
   return ids;
 }
 

@@ -1,0 +1,118 @@
+#include "index/PairScan.h"
+
+#include <algorithm>
+#include <bit>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#elif defined(__ARM_NEON) && defined(__aarch64__)
+#include <arm_neon.h>
+#endif
+
+namespace velta {
+namespace {
+
+bool isAt(const char* place, const PairScan& scan) {
+  const auto holds = [&](std::size_t i) {
+    const auto byte = static_cast<std::uint8_t>(place[scan.offset[i]]);
+    return (byte | scan.fold[i]) == scan.byte[i];
+  };
+  return holds(0) && holds(1);
+}
+
+#if defined(__x86_64__)
+
+constexpr std::size_t kWidth = 32;  // places looked at together
+
+// One bit for each of the 32 places from `at` at which the pair stands.
+__attribute__((target("avx2"))) inline std::uint32_t placesOf(const char* at,
+                                                              const PairScan& scan) {
+  __m256i both = _mm256_set1_epi8(-1);
+  for (std::size_t i = 0; i < 2; ++i) {
+    const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + scan.offset[i]));
+    const __m256i folded =
+        _mm256_or_si256(bytes, _mm256_set1_epi8(static_cast<char>(scan.fold[i])));
+    both = _mm256_and_si256(
+        both, _mm256_cmpeq_epi8(folded, _mm256_set1_epi8(static_cast<char>(scan.byte[i]))));
+  }
+  return static_cast<std::uint32_t>(_mm256_movemask_epi8(both));
+}
+
+__attribute__((target("avx2"))) const char* findPairAVX2(const char* at, const char* end,
+                                                         std::span<const PairScan> scans) {
+  for (; static_cast<std::size_t>(end - at) >= kWidth; at += kWidth) {
+    std::uint32_t places = 0;
+    for (const PairScan& scan : scans) places |= placesOf(at, scan);
+    if (places != 0) return at + std::countr_zero(places);
+  }
+  return findPairPortably(at, end, scans);
+}
+
+// Every x86-64 processor has SSE2: sixteen places at a time.
+const char* findPairSSE2(const char* at, const char* end, std::span<const PairScan> scans) {
+  constexpr std::size_t kHalf = kWidth / 2;
+  for (; static_cast<std::size_t>(end - at) >= kHalf; at += kHalf) {
+    std::uint32_t places = 0;
+    for (const PairScan& scan : scans) {
+      __m128i both = _mm_set1_epi8(-1);
+      for (std::size_t i = 0; i < 2; ++i) {
+        const __m128i bytes =
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + scan.offset[i]));
+        const __m128i folded = _mm_or_si128(bytes, _mm_set1_epi8(static_cast<char>(scan.fold[i])));
+        both = _mm_and_si128(
+            both, _mm_cmpeq_epi8(folded, _mm_set1_epi8(static_cast<char>(scan.byte[i]))));
+      }
+      places |= static_cast<std::uint32_t>(_mm_movemask_epi8(both));
+    }
+    if (places != 0) return at + std::countr_zero(places);
+  }
+  return findPairPortably(at, end, scans);
+}
+
+const auto kFindPair = __builtin_cpu_supports("avx2") ? findPairAVX2 : findPairSSE2;
+
+#elif defined(__ARM_NEON) && defined(__aarch64__)
+
+const char* findPairNEON(const char* at, const char* end, std::span<const PairScan> scans) {
+  constexpr std::size_t kWidth = 16;
+  for (; static_cast<std::size_t>(end - at) >= kWidth; at += kWidth) {
+    uint8x16_t places = vdupq_n_u8(0);
+    for (const PairScan& scan : scans) {
+      uint8x16_t both = vdupq_n_u8(0xFF);
+      for (std::size_t i = 0; i < 2; ++i) {
+        const uint8x16_t bytes =
+            vld1q_u8(reinterpret_cast<const std::uint8_t*>(at + scan.offset[i]));
+        const uint8x16_t folded = vorrq_u8(bytes, vdupq_n_u8(scan.fold[i]));
+        both = vandq_u8(both, vceqq_u8(folded, vdupq_n_u8(scan.byte[i])));
+      }
+      places = vorrq_u8(places, both);
+    }
+    // NEON has no bit mask of bytes; shifting pairs right by four leaves four bits a byte.
+    const uint8x8_t nibbles = vshrn_n_u16(vreinterpretq_u16_u8(places), 4);
+    const std::uint64_t mask = vget_lane_u64(vreinterpret_u64_u8(nibbles), 0);
+    if (mask != 0) return at + std::countr_zero(mask) / 4;
+  }
+  return findPairPortably(at, end, scans);
+}
+
+constexpr auto kFindPair = findPairNEON;
+
+#else
+
+constexpr auto kFindPair = findPairPortably;
+
+#endif
+
+}  // namespace
+
+const char* findPairPortably(const char* at, const char* end, std::span<const PairScan> scans) {
+  return std::find_if(at, end, [&](const char& place) {
+    return std::ranges::any_of(scans, [&](const PairScan& scan) { return isAt(&place, scan); });
+  });
+}
+
+const char* findPair(const char* at, const char* end, std::span<const PairScan> scans) {
+  return kFindPair(at, end, scans);
+}
+
+}  // namespace velta
