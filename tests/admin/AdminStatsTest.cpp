@@ -9,6 +9,7 @@
 
 #include "admin/AdminStats.h"
 #include "cloud/URLSessionFetcher.h"
+#include "config/BuildConstants.h"
 #include "config/StoreError.h"
 #include "json/JSONWriter.h"
 #include "support/LoopbackServer.h"
@@ -193,6 +194,38 @@ TEST_F(Stats, TokenWithALineBreakInsideIsNotSent) {
   environment_["VELTA_ADMIN_AGENT_TOKEN"] = "token\r\nX-Evil: 1";
   EXPECT_THAT(failure(), HasSubstr("a header value holds a line break"));
   EXPECT_TRUE(server_.requests().empty());
+}
+
+// Answers without any network, and keeps what it was asked.
+class RecordingFetcher : public HTTPFetcher {
+ public:
+  HTTPResponse get(const URLRequest& request) override {
+    asked.push_back(request);
+    return {.status = 200, .body = "{}"};
+  }
+
+  std::vector<URLRequest> asked;
+};
+
+// The request that these variables lead to.
+URLRequest requestWith(Environment environment) {
+  environment["VELTA_ADMIN_AGENT_TOKEN"] = "token";
+  RecordingFetcher fetcher;
+  AdminStats(environment, fetcher, [] { return std::nullopt; }).stats(0);
+  return fetcher.asked.at(0);
+}
+
+TEST(StatsRequest, GoesToTheServiceUnlessAnotherBaseIsGiven) {
+  const std::string rest = "/api/admin/agent/stats?days=30";
+  EXPECT_EQ(requestWith({}).url, std::string(kServiceOrigin) + rest);
+  EXPECT_EQ(requestWith({{"VELTA_API_BASE", ""}}).url, std::string(kServiceOrigin) + rest);
+  // Whatever its scheme.
+  for (const std::string base : {"https://stats.example", "http://stats.example"})
+    EXPECT_EQ(requestWith({{"VELTA_API_BASE", base + "/"}}).url, base + rest);
+}
+
+TEST(StatsRequest, HasThirtySecondsOfPatience) {
+  EXPECT_EQ(requestWith({}).timeout, std::chrono::seconds(30));
 }
 
 TEST(Keychain, ThatThisComputerDoesNotHaveGivesNothing) {

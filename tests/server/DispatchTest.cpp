@@ -1,5 +1,6 @@
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -308,6 +309,22 @@ TEST(Dispatch, HiddenMeetingAndMissingMeetingAreAnsweredAlikeToTheByte) {
   }
 }
 
+TEST(Dispatch, FinishedJobOfAMeetingThatTheAgentMayNotSeeFailsTheCall) {
+  TestServerWithMeeting server;
+  server.home.write("recordings/weekly/status.json", R"({"step":"done"})");
+  server.home.write("jobs/job-1.json",
+                    R"({"id":"job-1","pid":0,"meeting_id":"rec-weekly","folder":")" +
+                        server.home.file("recordings/weekly") + R"("})");
+  server.setAgent(R"({"tools":{"process_recordings":true},"hide_private":false})");
+  const JSONObject job = server.success("get_job", R"({"id":"job-1"})");
+  EXPECT_EQ(job.getString("meeting_id"), "rec-weekly");
+  EXPECT_EQ(job.getString("next"), "Call get_meeting with meeting_id");
+  server.setAgent(R"({"tools":{"process_recordings":true},"scope":"tagged"})");
+  EXPECT_EQ(server.failure("get_job", R"({"id":"job-1"})"),
+            "Error executing tool get_job: No meeting with id 'rec-weekly' is available to this "
+            "client. Next step: call list_meetings to get valid ids");
+}
+
 TEST(Dispatch, AddedTermIsKeptWithTheLocalTimeAndTheClientsName) {
   const TimeZone zone("Asia/Taipei");
   TestServer server;
@@ -350,6 +367,54 @@ TEST(Dispatch, EmptyOptionalTextsFilterNothing) {
   const JSONObject found = server.success(
       "list_meetings", R"({"query":"","person":"","date_from":"","date_to":"","limit":null})");
   EXPECT_EQ(found.getInt("count"), 1);
+}
+
+TEST(Dispatch, EveryFilterNarrowsWhatIsFound) {
+  TestServerWithMeeting server;
+  server.home.write("recordings/weekly/notes.json",
+                    R"({"title":"Weekly","started_at":"2026-10-12T15:30:00+08:00",
+                        "lines":[{"speaker":"Arlo","text":"deposit"}],
+                        "speakers":[{"name":"Mei"}]})");
+  server.setAgent(std::string(kEverything));
+  const struct {
+    std::string filter;
+    bool finds;
+  } dates[] = {{R"("date_from":"2026-10-12")", true},
+               {R"("date_from":"2026-10-13")", false},
+               {R"("date_to":"2026-10-12")", true},
+               {R"("date_to":"2026-10-11")", false}};
+  const auto expectCount = [&](const std::string& tool, const std::string& arguments,
+                               std::string_view counter, bool finds) {
+    EXPECT_EQ(server.success(tool, "{" + arguments + "}").getInt(counter), finds ? 1 : 0)
+        << tool << arguments;
+  };
+  for (const auto& [filter, finds] : dates) {
+    expectCount("list_meetings", filter, "count", finds);
+    expectCount("search_transcripts", R"("query":"deposit",)" + filter, "count", finds);
+    expectCount("get_person", R"("name":"Mei",)" + filter, "meeting_count", finds);
+  }
+  expectCount("list_meetings", R"("query":"weekly")", "count", true);
+  expectCount("list_meetings", R"("query":"monthly")", "count", false);
+  expectCount("list_meetings", R"("person":"mei")", "count", true);
+  expectCount("list_meetings", R"("person":"joan")", "count", false);
+  expectCount("search_transcripts", R"("query":"deposit","speaker":"arlo")", "count", true);
+  expectCount("search_transcripts", R"("query":"deposit","speaker":"mei")", "count", false);
+}
+
+TEST(Dispatch, RecordingInALanguageThatThePipelineDoesNotTakeIsRefused) {
+  TestServer server("claude-code", false, {{"VELTA_REPO", "/nowhere"}});
+  server.setAgent(std::string(kEverything));
+  const auto refusal = [&](const std::string& language) {
+    return server.failure("process_recording", R"({"path":")" + server.home.write("Talk.m4a", "") +
+                                                   "\"" + language + "}");
+  };
+  EXPECT_EQ(refusal(R"(,"language":"ZH")"),
+            "Error executing tool process_recording: language 'ZH' is not supported yet: the "
+            "pipeline always transcribes as Chinese (zho) and has no language flag");
+  // The next thing that is looked at is the pipeline.
+  for (const std::string language :
+       {"", R"(,"language":null)", R"(,"language":"")", R"(,"language":"zh-TW")"})
+    EXPECT_THAT(refusal(language), HasSubstr("Pipeline not found: ")) << language;
 }
 
 TEST(Dispatch, LinesAreSearchedOnlyWithThePermissionToReadThem) {
@@ -483,6 +548,26 @@ TEST(Dispatch, WriteToolsDoNotRefresh) {
   EXPECT_THAT(server.diagnostics, IsEmpty());
 }
 
+TEST(Dispatch, EveryReadToolAndGetJobRefreshWhenTheIntervalHasPassed) {
+  const std::pair<std::string, std::string> calls[] = {
+      {"list_meetings", "{}"},           {"search_transcripts", R"({"query":"x"})"},
+      {"get_meeting", R"({"id":"x"})"},  {"get_transcript", R"({"id":"x"})"},
+      {"get_person", R"({"name":"x"})"}, {"get_job", R"({"id":"job-x"})"}};
+  for (const auto& [tool, arguments] : calls) {
+    TestServer server;
+    server.setAgent(std::string(kEverything));
+    server.get().start(/*reindex=*/true);
+    server.diagnostics.clear();
+    server.home.write("mcp-config.json", R"({"sources":[{"type":"web"}]})");
+    server.now += seconds(119);
+    server.call(tool, arguments);
+    EXPECT_THAT(server.diagnostics, IsEmpty()) << tool;
+    server.now += seconds(1);
+    server.call(tool, arguments);
+    EXPECT_THAT(server.diagnostics, ElementsAre(HasSubstr("unknown source type 'web'"))) << tool;
+  }
+}
+
 TEST(Dispatch, ErrorsOfALaterRefreshAreWarnedAboutOnce) {
   TestServerWithMeeting server;
   server.home.write("mcp-config.json",
@@ -526,6 +611,15 @@ TEST(Dispatch, EveryCallIsLoggedWithItsOutcome) {
                                          R"("status":"denied","detail":"add_term is turned off)"));
   EXPECT_EQ(log[3], start + R"("tool":"no_such_tool","args":{},"status":"error",)"
                             R"("detail":"Unknown tool: no_such_tool"})");
+}
+
+TEST(Dispatch, CallWithoutArgumentsIsLoggedWithNone) {
+  TestServerWithMeeting server;
+  server.result("tools/call", R"({"name":"list_meetings"})");
+  server.result("tools/call", R"({"name":"list_meetings","arguments":"x"})");
+  ASSERT_THAT(server.log(), SizeIs(2));
+  for (const std::string& line : server.log())
+    EXPECT_THAT(line, EndsWith(R"("tool":"list_meetings","args":{},"status":"ok"})"));
 }
 
 TEST(Dispatch, ListingsAndPingsAreNotLogged) {

@@ -283,6 +283,16 @@ TEST(Server, StartShowsWhatAgentsJSONSays) {
                                 "): none; scope=tagged hide_private=False\n"));
 }
 
+TEST(Server, StartNamesAllThatIsGrantedInAFixedOrder) {
+  TestServer server;
+  server.setAgent(R"({"tools":{"add_terms":true,"process_recordings":true,"read_transcripts":true,
+      "read_notes":true,"search_meetings":true},"scope":"last_30_days"})");
+  server.get().start(false);
+  EXPECT_THAT(server.diagnostics.front(),
+              HasSubstr("): search_meetings, read_notes, read_transcripts, process_recordings, "
+                        "add_terms; scope=last_30_days hide_private=True\n"));
+}
+
 TEST(Server, StartOfAClientThatSeesNothingSaysNone) {
   TestServer server;
   server.home.write("mcp-config.json", R"({"clients":{"claude-code":[]}})");

@@ -56,6 +56,12 @@ TEST_F(AdminSession, FiguresComeAsTextAndAsStructuredContent) {
   EXPECT_EQ(service_.requests().front().header("authorization"), "Bearer " + std::string(kToken));
 }
 
+TEST_F(AdminSession, CallWithoutDaysAsksForThirty) {
+  answerTo(R"({"id":1,"method":"tools/call","params":{"name":"velta_admin_stats"}})");
+  ASSERT_EQ(service_.requests().size(), 1U);
+  EXPECT_EQ(service_.requests().front().target, "/api/admin/agent/stats?days=30");
+}
+
 TEST_F(AdminSession, AnswerWithAFullAddressIsRefused) {
   body_ = R"({"users":["arlo\uff20example.com"]})";
   const std::string answer = answerTo(kCall);

@@ -95,6 +95,14 @@ TEST_F(SearchTranscripts, TakesWordsJoinedByAnIdeographicSpaceForOne) {
   EXPECT_THAT(lineIds(store_.searchFor("　")), ElementsAre("L1"));
 }
 
+TEST_F(SearchTranscripts, SplitsTheQueryAtFourCharactersOnly) {
+  store_.add("m", linesOf({"one two"}));
+  for (const std::string blank : {" ", "\t", "\n", "\r"})
+    EXPECT_THAT(lineIds(store_.searchFor("two" + blank + "one")), ElementsAre("L1")) << blank;
+  for (const std::string other : {"\v", "\f", "\u0085", "\u00A0", "\u2028", "\u3000"})
+    EXPECT_THAT(lineIds(store_.searchFor("two" + other + "one")), IsEmpty()) << other;
+}
+
 TEST_F(SearchTranscripts, NeedsEveryWordInTheSameLine) {
   store_.add("m", linesOf({"alpha beta", "alpha", "beta", "BETA then ALPHA"}));
   EXPECT_THAT(lineIds(store_.searchFor("alpha\tbeta")), ElementsAre("L1", "L4"));

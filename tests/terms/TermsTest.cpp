@@ -72,7 +72,11 @@ TEST_F(TermsTest, FirstTermCreatesTheDictionaryInItsOrder) {
   const JSON dictionary = saved();
   EXPECT_THAT(dictionary.asObject()->keys(),
               ::testing::ElementsAre("_note", "self_name", "terms", "speakers"));
+  EXPECT_EQ(dictionary.asObject()->getString("_note"),
+            "Personal dictionary for the meeting notes pipeline. Same schema as "
+            "pipeline/dictionary.example.json.");
   EXPECT_EQ(dictionary.asObject()->getString("self_name"), "");
+  EXPECT_EQ(writeCompact(*dictionary.asObject()->get("speakers")), "[]");
   const JSONObject& term = *dictionary.asObject()->getArray("terms")->front().asObject();
   EXPECT_THAT(term.keys(),
               ::testing::ElementsAre("wrong", "right", "tier", "updated_at", "updated_by"));
@@ -153,8 +157,32 @@ TEST_F(TermsTest, FullNamesNicknamesAndShortTextsAreNotAutomatic) {
   }
 }
 
+TEST_F(TermsTest, EveryCommonSurnameWithTwoCharactersLooksLikeAFullName) {
+  const std::string surnames =
+      "王李張劉陳楊黃趙吳周徐孫馬朱胡郭何高林羅鄭梁謝宋"
+      "唐許韓馮鄧曹彭曾蕭田董袁潘蔣蔡余杜葉程蘇魏呂丁任"
+      "沈姚盧姜崔鍾譚陸汪范金石廖賈夏韋方白鄒孟熊秦邱江"
+      "尹薛段雷侯龍史陶黎賀顧毛郝龔邵萬錢嚴武戴莫孔向湯";
+  constexpr std::size_t kBytes = 3;  // of each character
+  ASSERT_EQ(surnames.size(), 96 * kBytes);
+  for (std::size_t at = 0; at < surnames.size(); at += kBytes) {
+    const std::string name = surnames.substr(at, kBytes) + "大文";
+    EXPECT_EQ(refusal(name, "對的", "auto"),
+              asAuto("'" + name +
+                     "' looks like a full Chinese name (common surname plus two characters)"));
+  }
+}
+
+TEST_F(TermsTest, PersonNameIsTheFirstReason) {
+  people_ = {"陳大文", "OK"};
+  for (const std::string wrong : {"陳大文", "OK"})
+    EXPECT_EQ(refusal(wrong, "對的", "auto"),
+              asAuto("'" + wrong + "' is a person name in your speaker list or meetings"));
+}
+
 TEST_F(TermsTest, OtherTextsMayBeAutomatic) {
-  for (const char* wrong : {"OKR", "蝶沙", "大陳文", "陳大", "陳大文武", "O1", "陳a文", "2"}) {
+  for (const char* wrong :
+       {"OKR", "蝶沙", "大陳文", "陳大", "陳大文武", "O1", "陳a文", "2", "陈大文", "大小文"}) {
     EXPECT_EQ(refusal(wrong, "對的", "auto"), "(no refusal)") << wrong;
   }
 }
