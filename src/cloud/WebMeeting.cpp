@@ -69,9 +69,10 @@ Meeting webMeeting(const std::string& uuid, JSONObject object) {
   if (!meeting.durationSec) meeting.durationSec = endOfLines(meeting.lines);
   meeting.people = objectElements(object.getArray("speakers"));
   meeting.tags = stringElements(object.getArray("tags"));
-  meeting.notes = notesOf(object);  // the last to want it
-  meeting.verdict = meeting.notes.getString("verdict").value_or("");
-  meeting.digest = digestOfNotes(meeting.notes);
+  JSONObject notes = notesOf(object);  // the last to want it
+  meeting.verdict = notes.getString("verdict").value_or("");
+  meeting.digestFollowsNotes = true;
+  meeting.notes = std::move(notes);
   return meeting;
 }
 

@@ -132,6 +132,21 @@ bool QueryToken::isAt(std::string_view haystack, std::size_t place) const {
   });
 }
 
+bool QueryToken::isEscapedInJSON() const {
+  const auto isEscaped = [](char c) {
+    return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20;
+  };
+  return std::ranges::any_of(variants_, [&](const FoldedNeedle& variant) {
+    return std::ranges::any_of(variant.text(), isEscaped);
+  });
+}
+
+bool QueryToken::holds(char byte) const {
+  return std::ranges::any_of(variants_, [&](const FoldedNeedle& variant) {
+    return variant.text().find(byte) != std::string::npos;
+  });
+}
+
 bool QueryToken::mayBeIn(const SignatureView& signature) const {
   return std::ranges::any_of(
       grams_, [&](const std::vector<std::uint64_t>& grams) { return signature.mayHold(grams); });

@@ -53,6 +53,12 @@ class QueryToken {
   // Whether a text with this signature may hold it; false is certain.
   bool mayBeIn(const SignatureView& signature) const;
 
+  // Whether some character of it stands in JSON text in another form: a quote, a backslash or a
+  // control character.
+  bool isEscapedInJSON() const;
+  // Whether a variant holds this byte.
+  bool holds(char byte) const;
+
   // How rare the bytes are by which it is looked for: a larger number is found more often. Only for
   // choosing which of several words to look for first.
   int commonness() const { return commonness_; }

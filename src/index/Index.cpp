@@ -17,6 +17,11 @@ bool isNewer(const Index::Entry* a, const Index::Entry* b) {
          std::tie(a->meeting->date, a->meeting->startedAt, b->order);
 }
 
+std::size_t itemCount(const JSONObject& notes, std::string_view section) {
+  const JSON::Array* items = notes.getArray(section);
+  return items != nullptr ? items->size() : 0;
+}
+
 std::uint32_t saltOf(const Index::Entry& entry) {
   return static_cast<std::uint32_t>(std::hash<std::string>()(entry.meeting->id));
 }
@@ -27,6 +32,7 @@ Signature signatureOf(const std::vector<std::string_view>& texts, std::uint32_t 
   if (bytes == 0) return {};
   Signature signature(bytes, salt);
   for (const std::string_view text : texts) signature.add(text);
+  signature.settle();
   return signature;
 }
 
@@ -55,7 +61,7 @@ const Index::Entry* Index::find(const std::string& id) const {
 std::vector<std::string> Index::peopleNames() const {
   std::vector<std::string> names;
   for (const auto& [id, entry] : entries_) {
-    for (const JSONObject& person : entry.meeting->people) {
+    for (const JSONObject& person : entry.meeting->people.unpack()) {
       if (const auto name = person.getString("name")) names.emplace_back(*name);
     }
   }
@@ -83,17 +89,19 @@ const std::vector<Index::Card>& Index::newestFirst() const {
 Index::Entry Index::composeEntry(std::shared_ptr<const Meeting> meeting) {
   Entry entry;
   entry.meeting = std::move(meeting);
-  entry.peopleLower = peopleLowerOf(*entry.meeting);
   entry.lineSignature = signatureOf({entry.meeting->lines.texts().bytes()}, saltOf(entry));
   composeBody(entry);
   return entry;
 }
 
 void Index::composeBody(Entry& entry) {
-  entry.bodyLower = bodyLowerOf(*entry.meeting);
-  entry.noteTexts = noteTextsOf(*entry.meeting);
-  std::vector<std::string_view> texts = {entry.bodyLower};
-  for (const NoteText& note : entry.noteTexts) texts.emplace_back(note.text);
+  const JSONObject notes = entry.meeting->notes.unpack();
+  entry.decisionCount = itemCount(notes, "decisions");
+  entry.openQuestionCount = itemCount(notes, "open_questions");
+  const std::string body = bodyLowerOf(*entry.meeting, notes);
+  const std::vector<NoteText> noteTexts = noteTextsOf(*entry.meeting, notes);
+  std::vector<std::string_view> texts = {body};
+  for (const NoteText& note : noteTexts) texts.emplace_back(note.text);
   entry.bodySignature = signatureOf(texts, saltOf(entry));
 }
 

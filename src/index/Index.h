@@ -33,16 +33,7 @@ namespace velta {
 
 class Index {
  public:
-  // A text of the written notes that search may find when transcripts are not searched.
-  struct NoteText {
-    std::string lineId;  // the section, or section + "-" + number for an item of a list
-    std::string section;
-    std::optional<double> t;             // seconds, where the item says so
-    std::optional<std::string> speaker;  // where the item says so
-    std::string text;
-  };
-
-  // A local meeting whose user notes came from its twin in the web service.
+  // Of a local meeting whose user notes came from its twin in the web service.
   struct WebNotes {
     std::optional<JSON> own;  // what stood in their place, which says nothing; absent: nothing did
   };
@@ -55,14 +46,16 @@ class Index {
     double mtime = 0;                        // of its file set, seconds since the epoch
     std::uint64_t order = 0;                 // larger: inserted or read again later
     std::optional<WebNotes> webNotes;
+    std::shared_ptr<const Meeting> mergedWith;  // the twin that was looked at last; null: none
 
-    // What is searched. Lines, speakers and digest texts are searched in place, folded as they are
-    // compared (FoldedText.h); these are composed, and so kept lowered.
-    std::string bodyLower;    // title, verdict, notes and digest texts, joined by line feeds
-    std::string peopleLower;  // the people as compact JSON text
-    std::vector<NoteText> noteTexts;
+    // How many items the notes have in these sections, for lists.
+    std::size_t decisionCount = 0;
+    std::size_t openQuestionCount = 0;
+
+    // What rules out at a glance that a word is there. The texts themselves are searched in the
+    // meeting, folded as they are compared (FoldedText.h).
     Signature lineSignature;  // of the texts of the lines
-    Signature bodySignature;  // of bodyLower and the note texts
+    Signature bodySignature;  // of all that is searched of the written notes
   };
 
   // What a search looks at first of a meeting. The cards lie one after another in memory, so that

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "json/JSON.h"
-#include "json/JSONWriter.h"
 #include "meetings/Sources.h"
 #include "meetings/TextNorm.h"
 
@@ -67,7 +66,7 @@ std::optional<std::string> speakerOf(const JSON& item) {
   return speaker ? std::optional<std::string>(*speaker) : std::nullopt;
 }
 
-void addNoteText(std::vector<Index::NoteText>& texts, std::string lineId, std::string_view section,
+void addNoteText(std::vector<NoteText>& texts, std::string lineId, std::string_view section,
                  const JSON& item) {
   std::string text = itemText(item);
   if (text.empty()) return;
@@ -76,7 +75,7 @@ void addNoteText(std::vector<Index::NoteText>& texts, std::string lineId, std::s
 }
 
 // One text for a list item, numbered by its place in the list, or one for the whole section.
-void addSection(std::vector<Index::NoteText>& texts, std::string_view section, const JSON& value) {
+void addSection(std::vector<NoteText>& texts, std::string_view section, const JSON& value) {
   const JSON::Array* items = value.asArray();
   if (items == nullptr) return addNoteText(texts, std::string(section), section, value);
   std::size_t number = 0;
@@ -85,42 +84,41 @@ void addSection(std::vector<Index::NoteText>& texts, std::string_view section, c
   }
 }
 
-void addVerdict(std::vector<Index::NoteText>& texts, const Meeting& meeting) {
+void addVerdict(std::vector<NoteText>& texts, const Meeting& meeting, const JSONObject& notes) {
   if (!meeting.verdict.empty()) {
     addNoteText(texts, "verdict", "verdict", JSON(meeting.verdict));
-  } else if (const JSON* verdict = meeting.notes.get("verdict")) {
+  } else if (const JSON* verdict = notes.get("verdict")) {
     addSection(texts, "verdict", *verdict);
   }
 }
 
 }  // namespace
 
-std::string bodyLowerOf(const Meeting& meeting) {
+std::string bodyLowerOf(const Meeting& meeting, const JSONObject& notes) {
   std::string body = meeting.title;
   appendLine(body, meeting.verdict);
   for (const std::string_view section : kBodySections) {
-    if (const JSON* value = meeting.notes.get(section)) appendLeaves(body, *value);
+    if (const JSON* value = notes.get(section)) appendLeaves(body, *value);
   }
-  for (const Meeting::Digest& item : meeting.digest) appendLine(body, item.text);
+  for (const Meeting::Digest& item : meeting.digestItems(notes)) appendLine(body, item.text);
   lowerASCIIInPlace(body);
-  body.shrink_to_fit();
   return body;
 }
 
-std::string peopleLowerOf(const Meeting& meeting) {
-  std::string people =
-      writeCompact(JSON(JSON::Array(meeting.people.begin(), meeting.people.end())));
-  lowerASCIIInPlace(people);
-  return people;
-}
-
-std::vector<Index::NoteText> noteTextsOf(const Meeting& meeting) {
-  std::vector<Index::NoteText> texts;
-  addVerdict(texts, meeting);
+std::vector<NoteText> noteTextsOf(const Meeting& meeting, const JSONObject& notes) {
+  std::vector<NoteText> texts;
+  addVerdict(texts, meeting, notes);
   for (const std::string_view section : kNoteSections) {
-    if (const JSON* value = meeting.notes.get(section)) addSection(texts, section, *value);
+    if (const JSON* value = notes.get(section)) addSection(texts, section, *value);
   }
   return texts;
+}
+
+// A word with a character that JSON escapes may stand there in another form, and an item of the
+// digest joins a speaker and a point with a colon that stands in no note.
+bool mayBePacked(const Meeting& meeting, const QueryToken& word) {
+  return word.isEscapedInJSON() || word.holds(':') || word.isIn(meeting.notes.text()) ||
+         word.isIn(meeting.digest.text());
 }
 
 }  // namespace velta

@@ -23,7 +23,7 @@ std::vector<std::uint64_t> gramsOf(std::string_view lowered);
 // A signature to ask, without owning it.
 struct SignatureView {
   const std::uint64_t* bits = nullptr;
-  std::size_t words = 0;  // of 64 bits
+  std::size_t size = 0;  // in bits
   std::uint64_t salt = 0;
 
   // Whether the texts may hold a word with these grams. Where no text is nothing can be.
@@ -37,12 +37,18 @@ class Signature {
   // Of texts of `bytes` bytes in all, which determine its size.
   Signature(std::size_t bytes, std::uint32_t salt);
 
-  // Adds the grams of a text, well-formed UTF-8. No gram spans a line feed, as no word does.
+  // Adds the grams of a text, well-formed UTF-8. No gram spans a blank or a line feed, as no word
+  // of a query does.
   void add(std::string_view text);
 
-  SignatureView view() const { return {bits_.data(), bits_.size(), salt_}; }
+  // Makes it as small as it can be without passing many more words by chance; call it once, after
+  // the last text. How many different grams a text has shows only when it has been read.
+  void settle();
+
+  SignatureView view() const { return {bits_.data(), size_, salt_}; }
 
  private:
+  std::size_t size_ = 0;  // in bits
   std::vector<std::uint64_t> bits_;
   std::uint64_t salt_ = 0;
 };

@@ -20,8 +20,9 @@ std::string webKey(const std::string& uuid) { return std::string(Index::kWebKeyP
 bool saysNothing(const std::optional<JSON>& notes) { return !notes || !notes->truthy(); }
 
 std::optional<JSON> userNotesOf(const Meeting& meeting) {
-  const JSON* notes = meeting.notes.get(kUserNotes);
-  return notes != nullptr ? std::optional(*notes) : std::nullopt;
+  const JSONObject notes = meeting.notes.unpack();
+  const JSON* own = notes.get(kUserNotes);
+  return own != nullptr ? std::optional(*own) : std::nullopt;
 }
 
 std::string couldNotWrite(const std::string& cause) {
@@ -64,7 +65,7 @@ class Index::WebMerge {
         if (found != rows().end()) row = &found->second;
       }
       if (row != nullptr) merged_.insert(*entry.meeting->cloudId);
-      if (row != nullptr || entry.webNotes) twins_.emplace_back(&entry, row);
+      if (row != nullptr || entry.mergedWith) twins_.emplace_back(&entry, row);
     }
   }
 
@@ -114,12 +115,14 @@ class Index::WebMerge {
   // the web meeting goes.
   void mergeIntoTwins() {
     for (const auto& [entry, row] : twins_) {
+      const auto twin = row != nullptr ? row->meeting : nullptr;
+      if (entry->mergedWith == twin) continue;  // another revision is another meeting
       const auto own = entry->webNotes ? entry->webNotes->own : userNotesOf(*entry->meeting);
-      auto fromWeb = row != nullptr && saysNothing(own) ? userNotesOf(*row->meeting) : std::nullopt;
+      auto fromWeb = twin && saysNothing(own) ? userNotesOf(*twin) : std::nullopt;
       if (saysNothing(fromWeb)) fromWeb.reset();
-      if (!entry->webNotes && !fromWeb) continue;
-      setUserNotes(*entry, fromWeb ? fromWeb : own);
+      if (entry->webNotes || fromWeb) setUserNotes(*entry, fromWeb ? fromWeb : own);
       entry->webNotes = fromWeb ? std::optional(WebNotes{own}) : std::nullopt;
+      entry->mergedWith = twin;
     }
   }
 
@@ -127,14 +130,15 @@ class Index::WebMerge {
     for (const auto& [uuid, row] : rows()) index_.web_->setApplied(uuid, merged_.contains(uuid));
   }
 
-  void setUserNotes(Entry& entry, const std::optional<JSON>& notes) {
-    if (userNotesOf(*entry.meeting) == notes) return;
-    Meeting meeting = *entry.meeting;
-    if (notes) {
-      meeting.notes.set(kUserNotes, *notes);
+  void setUserNotes(Entry& entry, const std::optional<JSON>& userNotes) {
+    JSONObject notes = entry.meeting->notes.unpack();
+    if (userNotes) {
+      notes.set(kUserNotes, *userNotes);
     } else {
-      meeting.notes.erase(kUserNotes);
+      notes.erase(kUserNotes);
     }
+    Meeting meeting = *entry.meeting;
+    meeting.notes = std::move(notes);
     entry.meeting = std::make_shared<const Meeting>(std::move(meeting));
     composeBody(entry);
     index_.newestFirstValid_ = false;

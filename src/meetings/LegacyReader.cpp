@@ -168,7 +168,9 @@ void appendDigestNote(std::vector<Meeting::Digest>& digest, std::string_view mar
   }
 }
 
-void readMarkdownFiles(Meeting& meeting, const Sources::FileSet& files) {
+// The transcript, and the digest items that follow those of the record.
+void readMarkdownFiles(Meeting& meeting, std::vector<Meeting::Digest>& digest,
+                       const Sources::FileSet& files) {
   bool hasTranscript = false;
   for (std::size_t i = 1; i < files.files.size(); ++i) {
     const std::string& path = files.files[i];
@@ -176,7 +178,7 @@ void readMarkdownFiles(Meeting& meeting, const Sources::FileSet& files) {
       meeting.lines = transcriptOf(readMarkdown(path));
       hasTranscript = true;
     } else {
-      appendDigestNote(meeting.digest, readMarkdown(path));
+      appendDigestNote(digest, readMarkdown(path));
     }
   }
 }
@@ -249,13 +251,15 @@ Meeting readLegacy(const Sources::FileSet& files, Instant now) {
   }
   meeting.durationSec = record.duration();
   meeting.people = objectElements(record.getArray("people"));
-  meeting.notes = notesOf(record);
-  meeting.verdict = meeting.notes.getString("verdict").value_or("");
-  meeting.digest = digestOfNotes(meeting.notes);
+  JSONObject notes = notesOf(record);
+  meeting.verdict = notes.getString("verdict").value_or("");
   meeting.tags = stringElements(record.own().getArray("tags"));
   meeting.files = pathTexts(files.files);
   meeting.status = stringValue(record.get("status"));
-  readMarkdownFiles(meeting, files);
+  std::vector<Meeting::Digest> digest = digestOfNotes(notes);
+  readMarkdownFiles(meeting, digest, files);
+  meeting.setDigest(std::move(digest), notes);
+  meeting.notes = std::move(notes);
   return meeting;
 }
 

@@ -1,6 +1,10 @@
 #include "meetings/Meeting.h"
 
+#include "json/JSONParser.h"
+#include "json/JSONWalk.h"
+#include "json/JSONWriter.h"
 #include "meetings/ReaderSupport.h"
+#include "meetings/Sources.h"
 
 namespace velta {
 namespace {
@@ -78,6 +82,36 @@ void setWhenPresent(JSONObject& object, std::string_view key, const std::optiona
 
 }  // namespace
 
+std::string packed(JSONObject notes) {
+  dropUnwritableNumbers(notes);
+  return writeCompact(notes);
+}
+
+std::string packed(std::vector<JSONObject> people) {
+  JSON::Array elements;
+  for (JSONObject& person : people) {
+    dropUnwritableNumbers(person);
+    elements.emplace_back(std::move(person));
+  }
+  return writeCompact(JSON(std::move(elements)));
+}
+
+std::string packed(const std::vector<MeetingDigest>& digest) {
+  return writeCompact(JSON(digestToJSON(digest)));
+}
+
+void unpackInto(std::string_view text, JSONObject& notes) {
+  notes = std::move(*parseJSON(text).asObject());
+}
+
+void unpackInto(std::string_view text, std::vector<JSONObject>& people) {
+  people = objectElements(parseJSON(text).asArray());
+}
+
+void unpackInto(std::string_view text, std::vector<MeetingDigest>& digest) {
+  digest = readDigest(parseJSON(text).asArray());
+}
+
 std::vector<std::string> stringElements(const JSON::Array* array) {
   std::vector<std::string> strings;
   if (array == nullptr) return strings;
@@ -96,6 +130,19 @@ std::vector<JSONObject> objectElements(const JSON::Array* array) {
   return objects;
 }
 
+std::vector<Meeting::Digest> Meeting::digestItems() const {
+  return digestFollowsNotes ? digestOfNotes(notes.unpack()) : digest.unpack();
+}
+
+std::vector<Meeting::Digest> Meeting::digestItems(const JSONObject& unpackedNotes) const {
+  return digestFollowsNotes ? digestOfNotes(unpackedNotes) : digest.unpack();
+}
+
+void Meeting::setDigest(std::vector<Digest> items, const JSONObject& unpackedNotes) {
+  digestFollowsNotes = items == digestOfNotes(unpackedNotes);
+  digest = digestFollowsNotes ? std::vector<Digest>() : std::move(items);
+}
+
 std::optional<Meeting> Meeting::fromJSON(const JSON& value) {
   const JSONObject* object = value.asObject();
   if (object == nullptr) return std::nullopt;
@@ -112,9 +159,11 @@ std::optional<Meeting> Meeting::fromJSON(const JSON& value) {
   meeting.durationSec = finiteNumber(*object, "duration_sec");
   meeting.verdict = textOr(*object, "verdict", "");
   meeting.people = objectElements(object->getArray("people"));
-  if (const JSONObject* notes = object->getObject("notes")) meeting.notes = *notes;
+  const JSONObject* notes = object->getObject("notes");
+  if (notes != nullptr) meeting.notes = *notes;
   meeting.lines = readLines(object->getArray("lines"));
-  meeting.digest = readDigest(object->getArray("digest"));
+  meeting.setDigest(readDigest(object->getArray("digest")),
+                    notes != nullptr ? *notes : JSONObject());
   meeting.visibilityHint = optionalText(*object, "visibility_hint");
   meeting.tags = stringElements(object->getArray("tags"));
   meeting.files = stringElements(object->getArray("files"));
@@ -132,10 +181,10 @@ JSONObject Meeting::toJSON() const {
   setWhenPresent(object, "started_at", startedAt);
   setWhenPresent(object, "duration_sec", durationSec);
   object.set("verdict", verdict);
-  object.set("people", JSON::Array(people.begin(), people.end()));
-  object.set("notes", notes);
+  object.set("people", parseJSON(people.text()));
+  object.set("notes", notes.unpack());
   object.set("lines", linesToJSON(lines));
-  object.set("digest", digestToJSON(digest));
+  object.set("digest", digestToJSON(digestItems()));
   setWhenPresent(object, "visibility_hint", visibilityHint);
   object.set("tags", JSON::Array(tags.begin(), tags.end()));
   object.set("files", JSON::Array(files.begin(), files.end()));

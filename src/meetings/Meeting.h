@@ -12,9 +12,31 @@
 #include <vector>
 
 #include "json/JSON.h"
+#include "meetings/LineTimes.h"
+#include "meetings/NumberColumn.h"
+#include "meetings/Packed.h"
 #include "meetings/TextBlock.h"
 
 namespace velta {
+
+// One item of the written digest of a meeting.
+struct MeetingDigest {
+  std::string id;
+  std::string section;  // "decisions", a heading, …; empty when unknown
+  std::string text;
+  std::optional<double> t;  // seconds, when the item refers to a moment
+
+  friend bool operator==(const MeetingDigest&, const MeetingDigest&) = default;
+};
+
+// How the parts of a meeting are packed (Packed.h). Numbers that are not finite become null: JSON
+// could not write them.
+std::string packed(JSONObject notes);
+std::string packed(std::vector<JSONObject> people);
+std::string packed(const std::vector<MeetingDigest>& digest);
+void unpackInto(std::string_view text, JSONObject& notes);
+void unpackInto(std::string_view text, std::vector<JSONObject>& people);
+void unpackInto(std::string_view text, std::vector<MeetingDigest>& digest);
 
 struct Meeting {
   // One line of the transcript, as a value.
@@ -27,7 +49,7 @@ struct Meeting {
   };
 
   // The transcript in columns: all texts in one block, and beside it the times and the speakers'
-  // numbers. A line costs some 30 bytes besides its text.
+  // numbers. A line costs eleven bytes besides its text, as a rule.
   class Transcript {
    public:
     // Adds a line at the end. An empty id stands for "none given"; `settleIds` makes one then. A
@@ -47,8 +69,8 @@ struct Meeting {
     bool empty() const { return texts_.empty(); }
 
     std::string id(std::size_t index) const;
-    double tStart(std::size_t index) const { return starts_[index]; }
-    std::optional<double> tEnd(std::size_t index) const;
+    double tStart(std::size_t index) const { return times_.start(index); }
+    std::optional<double> tEnd(std::size_t index) const { return times_.end(index); }
     std::string_view speaker(std::size_t index) const { return speakers_[speakerOf_[index]]; }
     std::string_view text(std::size_t index) const { return texts_[index]; }
     Line line(std::size_t index) const;
@@ -77,23 +99,16 @@ struct Meeting {
     void finish();
 
     TextBlock texts_;
-    std::vector<double> starts_;
+    LineTimes times_;
     bool inTimeOrder_ = true;
-    std::vector<double> ends_;  // NaN: absent
-    std::vector<std::uint32_t> speakerOf_;
+    NumberColumn speakerOf_;
     std::vector<std::string> speakers_;
     // By name; empty once finished.
     std::unordered_map<std::string, std::uint32_t, NameHash, std::equal_to<>> speakerNumbers_;
     TextBlock ids_;  // as given until finished; empty then when every id is "L" + number
   };
 
-  // One item of the written digest.
-  struct Digest {
-    std::string id;
-    std::string section;  // "decisions", a heading, …; empty when unknown
-    std::string text;
-    std::optional<double> t;  // seconds, when the item refers to a moment
-  };
+  using Digest = MeetingDigest;
 
   std::string id;                        // unique within its source
   std::string source;                    // "recordings", "imported", "legacy" or "cloud"
@@ -101,16 +116,25 @@ struct Meeting {
   std::optional<std::string> date;       // "yyyy-MM-dd"
   std::optional<std::string> startedAt;  // ISO 8601, as written
   std::optional<double> durationSec;
-  std::string verdict;             // one-line conclusion; empty when none
-  std::vector<JSONObject> people;  // one a participant, as the source gives them
-  JSONObject notes;                // structured notes, as the source gives them
+  std::string verdict;                     // one-line conclusion; empty when none
+  Packed<std::vector<JSONObject>> people;  // one a participant, as the source gives them
+  Packed<JSONObject> notes;                // structured notes, as the source gives them
   Transcript lines;
-  std::vector<Digest> digest;
+  // The items of the written digest, unless they are those that follow from the notes, which are
+  // then not kept a second time.
+  Packed<std::vector<Digest>> digest;
+  bool digestFollowsNotes = false;
   std::optional<std::string> visibilityHint;  // suggestion of the source; the index decides
   std::vector<std::string> tags;
   std::vector<std::string> files;      // paths of the files that the meeting was read from
   std::optional<std::string> cloudId;  // UUID in the web service, lower case
   std::optional<std::string> status;   // processing status, when not finished
+
+  // The items of the written digest; with the notes where they are unpacked already.
+  std::vector<Digest> digestItems() const;
+  std::vector<Digest> digestItems(const JSONObject& unpackedNotes) const;
+  // Makes these the items.
+  void setDigest(std::vector<Digest> items, const JSONObject& unpackedNotes);
 
   // The meeting of a canonical JSON object; absent when `value` is not an object or has no string
   // "id" and "source". Malformed lines and digest items are dropped one by one.

@@ -107,9 +107,10 @@ Meeting readRecording(std::string_view kind, const Sources::FileSet& files, Inst
   meeting.visibilityHint = nonEmptyString(session ? *session : main, "visibility");
   meeting.tags = tagsOf(main, session);
   meeting.files = pathTexts(files.files);
-  meeting.notes = notesOf(std::move(main));  // the last to want it
-  meeting.verdict = meeting.notes.getString("verdict").value_or("");
-  meeting.digest = digestOfNotes(meeting.notes);
+  JSONObject notes = notesOf(std::move(main));  // the last to want it
+  meeting.verdict = notes.getString("verdict").value_or("");
+  meeting.digestFollowsNotes = true;
+  meeting.notes = std::move(notes);
   meeting.lines = std::move(file.lines);
   readUpload(meeting, mainPath);
   return meeting;

@@ -5,34 +5,50 @@
 #include <stdexcept>
 
 namespace velta {
+namespace {
+
+constexpr std::size_t kStride = 16;  // texts from one landmark to the next
+
+}  // namespace
 
 void TextBlock::append(std::string_view text) {
   constexpr std::size_t kMaxBytes = std::numeric_limits<std::uint32_t>::max();
   if (text.size() >= kMaxBytes - bytes_.size()) {
     throw std::length_error("the texts of one meeting exceed 4 GiB");
   }
+  if (size() % kStride == 0) landmarks_.push_back(static_cast<std::uint32_t>(bytes_.size()));
   bytes_.append(text);
   bytes_.push_back('\n');
-  ends_.push_back(static_cast<std::uint32_t>(bytes_.size()));
+  lengths_.append(static_cast<std::uint32_t>(text.size() + 1));
 }
 
-void TextBlock::clear() {
-  bytes_.clear();
-  ends_.clear();
-}
+void TextBlock::clear() { *this = TextBlock(); }
 
 void TextBlock::shrinkToFit() {
   bytes_.shrink_to_fit();
-  ends_.shrink_to_fit();
+  lengths_.shrinkToFit();
+  landmarks_.shrink_to_fit();
 }
 
 std::string_view TextBlock::operator[](std::size_t index) const {
-  const std::size_t start = begin(index);
-  return std::string_view(bytes_).substr(start, ends_[index] - 1 - start);
+  return std::string_view(bytes_).substr(begin(index), lengths_[index] - 1);
+}
+
+std::size_t TextBlock::begin(std::size_t index) const {
+  if (index == size()) return bytes_.size();
+  std::size_t offset = landmarks_[index / kStride];
+  for (std::size_t before = index - index % kStride; before < index; ++before)
+    offset += lengths_[before];
+  return offset;
 }
 
 std::size_t TextBlock::textAt(std::size_t offset) const {
-  return static_cast<std::size_t>(std::ranges::upper_bound(ends_, offset) - ends_.begin());
+  const auto after = std::ranges::upper_bound(landmarks_, offset);
+  const auto stride = static_cast<std::size_t>(after - landmarks_.begin()) - 1;
+  std::size_t index = stride * kStride;
+  for (std::size_t end = landmarks_[stride] + lengths_[index]; end <= offset;)
+    end += lengths_[++index];
+  return index;
 }
 
 }  // namespace velta

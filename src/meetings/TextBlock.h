@@ -2,6 +2,8 @@
 // search runs over one block and memory holds every text once.
 //
 // Offsets are bytes. A text may hold line feeds itself; the offsets, not the line feeds, separate.
+// Beside its text each costs two bytes: an offset is kept of every sixteenth only, and from there
+// the lengths are added up.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +11,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "meetings/NumberColumn.h"
 
 namespace velta {
 
@@ -20,21 +24,22 @@ class TextBlock {
   // Gives unused room back; call it once, after the last append.
   void shrinkToFit();
 
-  std::size_t size() const { return ends_.size(); }
-  bool empty() const { return ends_.empty(); }
+  std::size_t size() const { return lengths_.size(); }
+  bool empty() const { return lengths_.empty(); }
 
   // Text number `index`, without its line feed.
   std::string_view operator[](std::size_t index) const;
   // All texts, each with its line feed.
   std::string_view bytes() const { return bytes_; }
   // Offset of the first byte of text number `index` in bytes(); `index` may be size().
-  std::size_t begin(std::size_t index) const { return index == 0 ? 0 : ends_[index - 1]; }
+  std::size_t begin(std::size_t index) const;
   // Number of the text that holds the byte at `offset`.
   std::size_t textAt(std::size_t offset) const;
 
  private:
   std::string bytes_;
-  std::vector<std::uint32_t> ends_;  // end of every text, its line feed included
+  NumberColumn lengths_;                  // of every text, its line feed included
+  std::vector<std::uint32_t> landmarks_;  // where every sixteenth text begins
 };
 
 }  // namespace velta

@@ -9,8 +9,6 @@
 namespace velta {
 namespace {
 
-constexpr double kAbsent = std::numeric_limits<double>::quiet_NaN();
-
 std::string numberedId(std::size_t index) { return std::string("L") + std::to_string(index + 1); }
 
 // Whether `id` is numberedId(index), without making that string.
@@ -78,10 +76,9 @@ void Meeting::Transcript::append(std::string_view id, double tStart, std::option
   texts_.append(text);
   ids_.append(id);
   const double start = std::isfinite(tStart) ? tStart : 0;
-  inTimeOrder_ = inTimeOrder_ && (starts_.empty() || starts_.back() <= start);
-  starts_.push_back(start);
-  ends_.push_back(tEnd && std::isfinite(*tEnd) ? *tEnd : kAbsent);
-  speakerOf_.push_back(speakerNumber(speaker));
+  inTimeOrder_ = inTimeOrder_ && (times_.empty() || times_.start(times_.size() - 1) <= start);
+  times_.append(start, tEnd && std::isfinite(*tEnd) ? tEnd : std::nullopt);
+  speakerOf_.append(speakerNumber(speaker));
 }
 
 std::uint32_t Meeting::Transcript::speakerNumber(std::string_view speaker) {
@@ -135,9 +132,8 @@ void Meeting::Transcript::finish() {
   speakerNumbers_ = {};
   texts_.shrinkToFit();
   ids_.shrinkToFit();
-  starts_.shrink_to_fit();
-  ends_.shrink_to_fit();
-  speakerOf_.shrink_to_fit();
+  times_.shrinkToFit();
+  speakerOf_.shrinkToFit();
   speakers_.shrink_to_fit();
 }
 
@@ -147,13 +143,17 @@ std::string Meeting::Transcript::id(std::size_t index) const {
 
 std::size_t Meeting::Transcript::firstFrom(double seconds) const {
   if (!inTimeOrder_) return 0;
-  const auto first = std::lower_bound(starts_.begin(), starts_.end(), seconds);
-  return static_cast<std::size_t>(first - starts_.begin());
-}
-
-std::optional<double> Meeting::Transcript::tEnd(std::size_t index) const {
-  if (std::isnan(ends_[index])) return std::nullopt;
-  return ends_[index];
+  std::size_t first = 0;
+  for (std::size_t left = size(); left > 0;) {
+    const std::size_t half = left / 2;
+    if (tStart(first + half) < seconds) {
+      first += half + 1;
+      left -= half + 1;
+    } else {
+      left = half;
+    }
+  }
+  return first;
 }
 
 Meeting::Line Meeting::Transcript::line(std::size_t index) const {

@@ -4,7 +4,6 @@
 #include <string_view>
 #include <utility>
 
-#include "json/JSONWalk.h"
 #include "meetings/TextNorm.h"
 #include "store/Answer.h"
 #include "store/Store.h"
@@ -23,30 +22,33 @@ constexpr std::array<std::string_view, 11> kSections = {
 
 JSON peopleOf(const Meeting& meeting) {
   JSON::Array people;
-  for (const JSONObject& person : meeting.people) people.emplace_back(person);
+  for (JSONObject& person : meeting.people.unpack()) people.emplace_back(std::move(person));
   return people;
 }
 
-JSON digestOf(const Meeting& meeting) {
-  JSON::Array items;
-  for (const Meeting::Digest& item : meeting.digest) {
+JSON digestOf(const std::vector<Meeting::Digest>& items) {
+  JSON::Array shown;
+  for (const Meeting::Digest& item : items) {
     JSONObject object{{"section", item.section}};
     if (item.t) {
       object.set("t", *item.t);
       object.set("clock", formatClock(*item.t));
     }
     object.set("text", item.text);
-    items.emplace_back(std::move(object));
+    shown.emplace_back(std::move(object));
   }
-  return items;
+  return shown;
 }
 
-// What the meeting has under the section's name; absent when it has nothing.
-std::optional<JSON> sectionOf(const Meeting& meeting, std::string_view name) {
+// What the meeting has under the section's name, taken out of `notes`; absent when it has nothing.
+std::optional<JSON> sectionOf(const Meeting& meeting, JSONObject& notes, std::string_view name) {
   if (name == "people" && !meeting.people.empty()) return peopleOf(meeting);
-  if (name == "digest" && !meeting.digest.empty()) return digestOf(meeting);
-  if (name == "people" || name == "digest") return std::nullopt;
-  if (const JSON* section = meeting.notes.get(name)) return *section;
+  if (name == "digest") {
+    const std::vector<Meeting::Digest> items = meeting.digestItems();
+    return items.empty() ? std::nullopt : std::optional<JSON>(digestOf(items));
+  }
+  if (name == "people") return std::nullopt;
+  if (JSON* section = notes.get(name)) return std::move(*section);
   if (name == "verdict" && !meeting.verdict.empty()) return meeting.verdict;
   return std::nullopt;
 }
@@ -72,16 +74,16 @@ JSONObject Store::getMeeting(const std::string& id,
                     {"visibility", entry.visibility},
                     {"tags", stringArray(entry.tags)},
                     {"index", std::move(status)}};
+  JSONObject notes = meeting.notes.unpack();
   for (const std::string_view name : kSections) {
     if (!isWanted(sections, name)) continue;
-    if (auto section = sectionOf(meeting, name)) {
+    if (auto section = sectionOf(meeting, notes, name)) {
       addClocks(*section);
       result.set(name, std::move(*section));
     }
   }
   result.set("transcript_lines", meeting.lines.size());
   if (meeting.source == "legacy") result.set("note", kLegacyNote);
-  dropUnwritableNumbers(result);
   return result;
 }
 

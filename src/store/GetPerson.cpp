@@ -32,11 +32,11 @@ bool holdsName(const JSONObject& object, std::string_view key, const QueryToken&
 }
 
 // The person in one meeting; null when the meeting was chosen for other words in its people list.
-const JSONObject* personIn(const Meeting& meeting, const QueryToken& name) {
-  const auto person =
-      std::find_if(meeting.people.begin(), meeting.people.end(),
-                   [&](const JSONObject& candidate) { return holdsName(candidate, "name", name); });
-  return person == meeting.people.end() ? nullptr : &*person;
+const JSONObject* personIn(const std::vector<JSONObject>& people, const QueryToken& name) {
+  const auto person = std::find_if(people.begin(), people.end(), [&](const JSONObject& candidate) {
+    return holdsName(candidate, "name", name);
+  });
+  return person == people.end() ? nullptr : &*person;
 }
 
 JSON memberOrNull(const JSONObject* object, std::string_view key) {
@@ -45,9 +45,9 @@ JSON memberOrNull(const JSONObject* object, std::string_view key) {
 }
 
 // The points of every viewpoint that the person holds, in one list.
-JSON::Array viewpointsOf(const Meeting& meeting, const QueryToken& name) {
+JSON::Array viewpointsOf(const JSONObject& notes, const QueryToken& name) {
   JSON::Array points;
-  const JSON::Array* viewpoints = meeting.notes.getArray("viewpoints");
+  const JSON::Array* viewpoints = notes.getArray("viewpoints");
   if (viewpoints == nullptr) return points;
   for (const JSON& element : *viewpoints) {
     const JSONObject* viewpoint = element.asObject();
@@ -59,9 +59,9 @@ JSON::Array viewpointsOf(const Meeting& meeting, const QueryToken& name) {
   return points;
 }
 
-JSON::Array decisionsOwnedBy(const Meeting& meeting, const QueryToken& name) {
+JSON::Array decisionsOwnedBy(const JSONObject& notes, const QueryToken& name) {
   JSON::Array owned;
-  const JSON::Array* decisions = meeting.notes.getArray("decisions");
+  const JSON::Array* decisions = notes.getArray("decisions");
   if (decisions == nullptr) return owned;
   for (const JSON& decision : *decisions) {
     const JSONObject* object = decision.asObject();
@@ -75,7 +75,14 @@ JSON withClocks(JSON value) {
   return value;
 }
 
+// The notes are unpacked only where they name somebody of that name.
+JSONObject notesNaming(const Meeting& meeting, const QueryToken& name) {
+  const bool mayBeNamed = name.isEscapedInJSON() || name.isIn(meeting.notes.text());
+  return mayBeNamed ? meeting.notes.unpack() : JSONObject();
+}
+
 JSONObject partIn(const Meeting& meeting, const JSONObject* person, const QueryToken& name) {
+  const JSONObject notes = notesNaming(meeting, name);
   return {{"meeting_id", meeting.id},
           {"title", meeting.title},
           {"date", meeting.date},
@@ -83,8 +90,8 @@ JSONObject partIn(const Meeting& meeting, const JSONObject* person, const QueryT
           {"role", memberOrNull(person, "role")},
           {"talk_sec", memberOrNull(person, "talk_sec")},
           {"talk_share", memberOrNull(person, "talk_share")},
-          {"viewpoints", withClocks(viewpointsOf(meeting, name))},
-          {"decisions_owned", withClocks(decisionsOwnedBy(meeting, name))}};
+          {"viewpoints", withClocks(viewpointsOf(notes, name))},
+          {"decisions_owned", withClocks(decisionsOwnedBy(notes, name))}};
 }
 
 }  // namespace
@@ -99,7 +106,7 @@ JSONObject Store::getPerson(const PersonArguments& arguments, const Access& acce
     const Index::Entry* entry = card.entry;
     // On purpose the whole list as JSON text, keys and roles included, not the names alone.
     if (access.sees(*entry) && dates.passes(entry->meeting->date) &&
-        name.isIn(entry->peopleLower)) {
+        name.isIn(entry->meeting->people.text())) {
       kept.push_back(entry);
     }
   }
@@ -110,7 +117,8 @@ JSONObject Store::getPerson(const PersonArguments& arguments, const Access& acce
   double totalTalk = 0;
   for (const Index::Entry* entry : kept) {
     const Meeting& meeting = *entry->meeting;
-    const JSONObject* person = personIn(meeting, name);
+    const std::vector<JSONObject> people = meeting.people.unpack();
+    const JSONObject* person = personIn(people, name);
     if (person != nullptr) totalTalk += finiteNumber(*person, "talk_sec").value_or(0);
     meetings.emplace_back(partIn(meeting, person, name));
     trend.emplace_back(JSONObject{{"date", meeting.date},
@@ -126,7 +134,7 @@ JSONObject Store::getPerson(const PersonArguments& arguments, const Access& acce
   result.set("talk_share_trend", std::move(trend));
   result.set("index", std::move(status));
   if (kept.empty()) result.set("note", emptyNote(access, index_, kNobody));
-  dropUnwritableNumbers(result);
+  dropUnwritableNumbers(result);  // a sum may leave the range of a double
   return result;
 }
 

@@ -6,6 +6,8 @@
 #include <tuple>
 #include <utility>
 
+#include "index/SearchTexts.h"
+
 namespace velta {
 namespace {
 
@@ -28,29 +30,38 @@ Store::Hit lineHit(const Index::Entry& entry, std::size_t index) {
           "line",
           lines.id(index),
           lines.tStart(index),
-          lines.speaker(index),
+          std::string(lines.speaker(index)),
           std::nullopt,
-          lines.text(index),
+          std::string(lines.text(index)),
           index};
 }
 
-Store::Hit noteHit(const Index::Entry& entry, std::size_t index, std::size_t rid) {
-  const Index::NoteText& note = entry.noteTexts[index];
-  return {&entry, "notes", note.lineId, note.t, note.speaker, note.section, note.text, rid};
-}
+// What is written of a meeting, unpacked as far as it is searched.
+struct Written {
+  Written(const Meeting& meeting, const Search::Request& request) {
+    const JSONObject unpacked = meeting.notes.unpack();
+    if (request.notes) notes = noteTextsOf(meeting, unpacked);
+    if (request.digest) digest = meeting.digestItems(unpacked);
+  }
 
-Store::Hit digestHit(const Index::Entry& entry, std::size_t index, std::size_t rid) {
-  const Meeting::Digest& item = entry.meeting->digest[index];
-  return {&entry, "digest", item.id, item.t, std::nullopt, item.section, item.text, rid};
-}
+  Store::Hit hit(const Index::Entry& entry, std::size_t rid) const {
+    const std::size_t index = rid - entry.meeting->lines.size();
+    if (index < notes.size()) {
+      const NoteText& note = notes[index];
+      return {&entry, "notes", note.lineId, note.t, note.speaker, note.section, note.text, rid};
+    }
+    const Meeting::Digest& item = digest[index - notes.size()];
+    return {&entry, "digest", item.id, item.t, std::nullopt, item.section, item.text, rid};
+  }
 
-Store::Hit hitAt(const Found& found) {
+  std::vector<NoteText> notes;
+  std::vector<Meeting::Digest> digest;
+};
+
+Store::Hit hitAt(const Found& found, const Search::Request& request) {
   const Index::Entry& entry = *found.entry;
-  const std::size_t firstNote = entry.meeting->lines.size();
-  const std::size_t firstDigest = firstNote + entry.noteTexts.size();
-  if (found.rid < firstNote) return lineHit(entry, found.rid);
-  if (found.rid < firstDigest) return noteHit(entry, found.rid - firstNote, found.rid);
-  return digestHit(entry, found.rid - firstDigest, found.rid);
+  if (found.rid < entry.meeting->lines.size()) return lineHit(entry, found.rid);
+  return Written(*entry.meeting, request).hit(entry, found.rid);
 }
 
 // The lines that hold all of some words, one after another: from where one word stands the others
@@ -106,10 +117,10 @@ class Search::Best {
     std::ranges::push_heap(heap_, isBefore);
   }
 
-  // Moves the hits to the end of `hits`, best first.
-  void appendTo(std::vector<Store::Hit>& hits) {
+  // Moves the hits of `request` to the end of `hits`, best first.
+  void appendTo(std::vector<Store::Hit>& hits, const Request& request) {
     std::ranges::sort_heap(heap_, isBefore);
-    for (const Found& found : heap_) hits.push_back(hitAt(found));
+    for (const Found& found : heap_) hits.push_back(hitAt(found, request));
   }
 
  private:
@@ -133,7 +144,7 @@ std::vector<Store::Hit> Search::run(const Index& index,
       const Areas areas = areasOf(*card);
       if (areas && wanted(*card->entry)) searchMeeting(*card->entry, areas, best);
     }
-    best.appendTo(hits);
+    best.appendTo(hits, request_);
   }
   return hits;
 }
@@ -149,8 +160,7 @@ Search::Areas Search::areasOf(const Index::Card& card) const {
 
 void Search::searchMeeting(const Index::Entry& entry, Areas areas, Best& best) const {
   if (areas.lines) searchLines(entry, best);
-  if (areas.written && request_.notes) searchNotes(entry, best);
-  if (areas.written && request_.digest) searchDigest(entry, best);
+  if (areas.written && mayBeWritten(entry)) searchWritten(entry, best);
 }
 
 void Search::searchLines(const Index::Entry& entry, Best& best) const {
@@ -172,17 +182,22 @@ std::vector<bool> Search::wantedSpeakers(const Meeting::Transcript& lines) const
   return wanted;
 }
 
-void Search::searchNotes(const Index::Entry& entry, Best& best) const {
+// The packed texts are searched before any is unpacked.
+bool Search::mayBeWritten(const Index::Entry& entry) const {
+  const Meeting& meeting = *entry.meeting;
+  return std::ranges::all_of(request_.tokens, [&](const QueryToken& token) {
+    return mayBePacked(meeting, token) || (request_.notes && token.isIn(meeting.verdict));
+  });
+}
+
+void Search::searchWritten(const Index::Entry& entry, Best& best) const {
+  const Written written(*entry.meeting, request_);
   std::size_t rid = entry.meeting->lines.size();
-  for (const Index::NoteText& note : entry.noteTexts) {
+  for (const NoteText& note : written.notes) {
     if (matches(note.text)) best.add({&entry, note.t, rid});
     ++rid;
   }
-}
-
-void Search::searchDigest(const Index::Entry& entry, Best& best) const {
-  std::size_t rid = entry.meeting->lines.size() + entry.noteTexts.size();
-  for (const Meeting::Digest& item : entry.meeting->digest) {
+  for (const Meeting::Digest& item : written.digest) {
     if (matches(item.text)) best.add({&entry, item.t, rid});
     ++rid;
   }

@@ -49,8 +49,8 @@ class Search {
   void searchMeeting(const Index::Entry& entry, Areas areas, Best& best) const;
   void searchLines(const Index::Entry& entry, Best& best) const;
   std::vector<bool> wantedSpeakers(const Meeting::Transcript& lines) const;
-  void searchNotes(const Index::Entry& entry, Best& best) const;
-  void searchDigest(const Index::Entry& entry, Best& best) const;
+  void searchWritten(const Index::Entry& entry, Best& best) const;
+  bool mayBeWritten(const Index::Entry& entry) const;
   bool matches(std::string_view text) const;
 
   Request request_;

@@ -5,6 +5,7 @@
 
 #include "config/StoreError.h"
 #include "index/FoldedText.h"
+#include "index/SearchTexts.h"
 #include "meetings/TextNorm.h"
 #include "platform/Text.h"
 #include "store/Answer.h"
@@ -59,11 +60,6 @@ JSON::Array namesOf(const std::vector<JSONObject>& people) {
   return names;
 }
 
-std::size_t itemCount(const JSONObject& notes, std::string_view section) {
-  const JSON::Array* items = notes.getArray(section);
-  return items != nullptr ? items->size() : 0;
-}
-
 JSONObject summaryOf(const Index::Entry& entry) {
   const Meeting& meeting = *entry.meeting;
   return {{"id", meeting.id},
@@ -74,10 +70,10 @@ JSONObject summaryOf(const Index::Entry& entry) {
           {"source", meeting.source},
           {"visibility", entry.visibility},
           {"verdict", meeting.verdict},
-          {"people", namesOf(meeting.people)},
+          {"people", namesOf(meeting.people.unpack())},
           {"tags", stringArray(entry.tags)},
-          {"decision_count", itemCount(meeting.notes, "decisions")},
-          {"open_question_count", itemCount(meeting.notes, "open_questions")}};
+          {"decision_count", entry.decisionCount},
+          {"open_question_count", entry.openQuestionCount}};
 }
 
 std::string shortened(std::string_view text) {
@@ -104,14 +100,24 @@ class MeetingFilter {
   }
 
   bool passes(const Index::Card& card) const {
-    const Index::Entry& entry = *card.entry;
+    const Meeting& meeting = *card.entry->meeting;
     const auto mayBeInBody = [&](const QueryToken& word) { return word.mayBeIn(card.body); };
-    const auto isInBody = [&](const QueryToken& word) { return word.isIn(entry.bodyLower); };
-    return std::ranges::all_of(words_, mayBeInBody) && dates_.passes(entry.meeting->date) &&
-           std::ranges::all_of(words_, isInBody) && (!person_ || person_->isIn(entry.peopleLower));
+    return std::ranges::all_of(words_, mayBeInBody) && dates_.passes(meeting.date) &&
+           (!person_ || person_->isIn(meeting.people.text())) && isInBody(meeting);
   }
 
  private:
+  // The packed texts are searched before the body is composed of them, which costs far more.
+  bool isInBody(const Meeting& meeting) const {
+    const auto mayBeWritten = [&](const QueryToken& word) {
+      return word.isIn(meeting.title) || word.isIn(meeting.verdict) || mayBePacked(meeting, word);
+    };
+    if (words_.empty()) return true;
+    if (!std::ranges::all_of(words_, mayBeWritten)) return false;
+    const std::string body = bodyLowerOf(meeting);
+    return std::ranges::all_of(words_, [&](const QueryToken& word) { return word.isIn(body); });
+  }
+
   DateFilter dates_;
   std::vector<QueryToken> words_;
   std::optional<QueryToken> person_;

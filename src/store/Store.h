@@ -20,16 +20,16 @@ namespace velta {
 
 class Store {
  public:
-  // One thing that search found. Its views are into the entry, and valid as long.
+  // One thing that search found, in a meeting of the index.
   struct Hit {
     const Index::Entry* e;
     std::string_view kind;  // "line", "notes" or "digest"
     std::string lineId;
     std::optional<double> t;  // seconds from the start of the recording
-    std::optional<std::string_view> speaker;
-    std::optional<std::string_view> section;
-    std::string_view text;  // whole
-    std::size_t rid;        // running number within the meeting: lines, then notes, then digest
+    std::optional<std::string> speaker;
+    std::optional<std::string> section;
+    std::string text;  // whole
+    std::size_t rid;   // running number within the meeting: lines, then notes, then digest
   };
 
   // Dates are texts "yyyy-MM-dd", both ends included. An empty text counts as absent.

@@ -32,7 +32,7 @@ std::string idSectionText(const Meeting::Digest& item) {
 
 std::vector<std::string> digestOf(const Meeting& meeting) {
   std::vector<std::string> items;
-  for (const auto& item : meeting.digest) items.push_back(idSectionText(item));
+  for (const auto& item : meeting.digestItems()) items.push_back(idSectionText(item));
   return items;
 }
 
@@ -46,10 +46,10 @@ TEST(WebMeeting, OfNothingHasItsIdAndSource) {
   EXPECT_EQ(meeting.startedAt, std::nullopt);
   EXPECT_EQ(meeting.durationSec, std::nullopt);
   EXPECT_EQ(meeting.verdict, "");
-  EXPECT_THAT(meeting.people, IsEmpty());
+  EXPECT_THAT(meeting.people.unpack(), IsEmpty());
   EXPECT_TRUE(meeting.notes.empty());
   EXPECT_TRUE(meeting.lines.empty());
-  EXPECT_THAT(meeting.digest, IsEmpty());
+  EXPECT_THAT(meeting.digestItems(), IsEmpty());
   EXPECT_THAT(meeting.tags, IsEmpty());
   EXPECT_THAT(meeting.files, IsEmpty());
   EXPECT_EQ(meeting.visibilityHint, std::nullopt);
@@ -102,10 +102,10 @@ TEST(WebMeeting, PeopleAreTheObjectsOfItsSpeakers) {
   const Meeting meeting = meetingOf(
       R"({"speakers": [{"name": "Ann", "talk_sec": 12}, "Ben", 5, null, {"name": "Cho"}],
           "people": [{"name": "Nobody"}]})");
-  ASSERT_EQ(meeting.people.size(), 2U);
-  EXPECT_EQ(writeCompact(meeting.people[0]), R"({"name":"Ann","talk_sec":12})");
-  EXPECT_EQ(meeting.people[1].getString("name"), "Cho");
-  EXPECT_THAT(meetingOf(R"({"speakers": {"name": "Ann"}})").people, IsEmpty());
+  ASSERT_EQ(meeting.people.unpack().size(), 2U);
+  EXPECT_EQ(writeCompact(meeting.people.unpack()[0]), R"({"name":"Ann","talk_sec":12})");
+  EXPECT_EQ(meeting.people.unpack()[1].getString("name"), "Cho");
+  EXPECT_THAT(meetingOf(R"({"speakers": {"name": "Ann"}})").people.unpack(), IsEmpty());
 }
 
 TEST(WebMeeting, LinesFollowTheRulesOfRecordings) {
@@ -142,7 +142,7 @@ TEST(WebMeeting, NotesAreWhatTheServiceWritesOfThemInAFixedOrder) {
       "decisions": [{"text": "d", "owner": "Ann", "next": "go"}], "summary": "s", "verdict": "v",
       "title": "T", "rev": "1", "status": "done", "speakers": [], "transcript": [],
       "tags": ["x"], "visibility": "shared", "secret": 1, "positions": ["p"]})");
-  EXPECT_EQ(writeCompact(meeting.notes),
+  EXPECT_EQ(writeCompact(meeting.notes.unpack()),
             R"({"verdict":"v","summary":"s","decisions":[{"text":"d","owner":"Ann","next":"go"}],)"
             R"("chapters":[{"title":"c"}],"viewpoints":[],"open_questions":["?"],"topics":["t"],)"
             R"("quotes":["q"],"user_notes":"mine"})");
@@ -151,7 +151,7 @@ TEST(WebMeeting, NotesAreWhatTheServiceWritesOfThemInAFixedOrder) {
 TEST(WebMeeting, NotesThatAreNullAreLeftOut) {
   const Meeting meeting = meetingOf(R"({"verdict": null, "summary": "", "decisions": null,
       "user_notes": null})");
-  EXPECT_EQ(writeCompact(meeting.notes), R"({"summary":""})");
+  EXPECT_EQ(writeCompact(meeting.notes.unpack()), R"({"summary":""})");
 }
 
 TEST(WebMeeting, TheVerdictIsTextOnly) {
@@ -170,8 +170,8 @@ TEST(WebMeeting, DigestItemsFollowTheRulesOfRecordings) {
   EXPECT_THAT(digestOf(meeting), ElementsAre("D1 decisions: ship it", "D2 decisions: test soon Ben",
                                              "D3 open_questions: Why? yes no", "D4 chapters: Start",
                                              "D5 viewpoints: Ann: p1", "D6 viewpoints: Ann: p2"));
-  EXPECT_EQ(meeting.digest[3].t, 5);
-  EXPECT_EQ(meeting.digest[5].t, 8);
+  EXPECT_EQ(meeting.digestItems()[3].t, 5);
+  EXPECT_EQ(meeting.digestItems()[5].t, 8);
 }
 
 TEST(WebMeeting, TagsAreTheTextsAmongItsTags) {
@@ -205,7 +205,7 @@ TEST(WebMeeting, MembersOfTheWrongKindCountAsAbsent) {
     EXPECT_EQ(meeting.verdict, "") << value;
     EXPECT_EQ(meeting.date, std::nullopt) << value;
     EXPECT_THAT(meeting.tags, IsEmpty()) << value;
-    EXPECT_THAT(meeting.digest, IsEmpty()) << value;
+    EXPECT_THAT(meeting.digestItems(), IsEmpty()) << value;
     // What became of it can be written and read again.
     const auto again = Meeting::fromJSON(parseJSON(writeCompact(meeting.toJSON())));
     ASSERT_TRUE(again) << value;
@@ -222,11 +222,11 @@ TEST(WebMeeting, NumbersBeyondEveryRangeAreNull) {
   EXPECT_EQ(meeting.durationSec, 6.0);
   EXPECT_EQ(meeting.lines.tStart(0), 0);
   EXPECT_EQ(meeting.lines.tEnd(0), std::nullopt);
-  EXPECT_EQ(writeCompact(meeting.people.front()),
+  EXPECT_EQ(writeCompact(meeting.people.unpack().front()),
             R"({"name":"Ann","talk_sec":null,"more":[[{"x":null},5]]})");
-  ASSERT_EQ(meeting.digest.size(), 1U);
-  EXPECT_EQ(meeting.digest.front().t, 3);
-  EXPECT_EQ(writeCompact(meeting.notes),
+  ASSERT_EQ(meeting.digestItems().size(), 1U);
+  EXPECT_EQ(meeting.digestItems().front().t, 3);
+  EXPECT_EQ(writeCompact(meeting.notes.unpack()),
             R"({"summary":{"depth":[null]},"chapters":[{"title":"c","t_start":null,"t":3}]})");
   EXPECT_THAT(writeCompact(meeting.toJSON()), Not(HasSubstr("Inf")));
 }
@@ -238,8 +238,8 @@ TEST(WebMeeting, NestingHasNoLimit) {
       meetingOf(R"({"summary": )" + deep + R"(, "decisions": [{"text": )" + deep +
                 R"(}], "speakers": [{"x": )" + deep + R"(}], "transcript": )" + deep +
                 R"(, "tags": )" + deep + R"(, "ignored": )" + deep + "}");
-  EXPECT_EQ(writeCompact(*meeting.notes.get("summary")), deep);
-  EXPECT_EQ(meeting.people.size(), 1U);
+  EXPECT_EQ(writeCompact(*meeting.notes.unpack().get("summary")), deep);
+  EXPECT_EQ(meeting.people.unpack().size(), 1U);
   EXPECT_THAT(digestOf(meeting), ElementsAre("D1 decisions: leaf"));
   EXPECT_TRUE(meeting.lines.empty());
 }

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "index/FoldedText.h"
 #include "index/Index.h"
 #include "index/TestHome.h"
 
@@ -39,9 +40,10 @@ class IndexInsert : public testing::Test {
   Index& index_ = home_.index;
 };
 
-TEST_F(IndexInsert, KeepsWhatItIsGivenAndFoldsTheText) {
+TEST_F(IndexInsert, KeepsWhatItIsGivenAndPreparesTheSearch) {
   insert(index_, "m", "/k", R"(, "title": "Weekly SYNC", "people": [{"name": "Amy"}],
-                               "verdict": "Go")");
+                               "verdict": "Go", "notes": {"decisions": ["Sign", 5],
+                                                          "open_questions": ["When"]})");
   const Index::Entry* entry = index_.find("m");
   ASSERT_NE(entry, nullptr);
   EXPECT_EQ(entry->visibility, "work");
@@ -49,9 +51,11 @@ TEST_F(IndexInsert, KeepsWhatItIsGivenAndFoldsTheText) {
   EXPECT_EQ(entry->key, "/k");
   EXPECT_EQ(entry->mtime, 5);
   EXPECT_EQ(entry->order, 1u);
-  EXPECT_EQ(entry->bodyLower, "weekly sync\ngo");
-  EXPECT_EQ(entry->peopleLower, R"([{"name":"amy"}])");
-  EXPECT_EQ(entry->noteTexts.size(), 1u);
+  EXPECT_EQ(entry->decisionCount, 2u);
+  EXPECT_EQ(entry->openQuestionCount, 1u);
+  for (const std::string word : {"sync", "go", "sign"})
+    EXPECT_TRUE(QueryToken({word}).mayBeIn(entry->bodySignature.view())) << word;
+  EXPECT_FALSE(QueryToken({"押金"}).mayBeIn(entry->bodySignature.view()));
 }
 
 TEST_F(IndexInsert, MovesAMeetingToItsNewKey) {

@@ -18,9 +18,9 @@ Meeting withNotes(const std::string& notes) {
   return meetingOf(R"({"id": "m", "source": "recordings", "notes": )" + notes + "}");
 }
 
-std::vector<std::string> lineIds(const std::vector<Index::NoteText>& texts) {
+std::vector<std::string> lineIds(const std::vector<NoteText>& texts) {
   std::vector<std::string> ids;
-  for (const Index::NoteText& text : texts) ids.push_back(text.lineId);
+  for (const NoteText& text : texts) ids.push_back(text.lineId);
   return ids;
 }
 
@@ -52,15 +52,10 @@ TEST(BodyLower, SurvivesNestingDeeperThanTheStack) {
     around.push_back(std::move(value));
     value = JSON(std::move(around));
   }
-  meeting.notes.set("summary", std::move(value));
+  JSONObject notes;
+  notes.set("summary", std::move(value));
+  meeting.notes = std::move(notes);
   EXPECT_EQ(bodyLowerOf(meeting), "\n\nbottom");
-}
-
-TEST(PeopleLower, IsTheWholeListAsLoweredJSON) {
-  const Meeting meeting = meetingOf(R"({"id": "m", "source": "recordings",
-      "people": [{"name": "Amy", "role": "PM", "talk_sec": 3}, {"name": "阿明"}]})");
-  EXPECT_EQ(peopleLowerOf(meeting), R"([{"name":"amy","role":"pm","talk_sec":3},{"name":"阿明"}])");
-  EXPECT_EQ(peopleLowerOf(Meeting()), "[]");
 }
 
 TEST(NoteTexts, ComeInTheOrderOfTheSectionsAndAreNumberedInLists) {

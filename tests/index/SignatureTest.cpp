@@ -13,6 +13,7 @@ namespace {
 Signature signatureOf(std::string_view text, std::uint32_t salt = 7) {
   Signature signature(text.size(), salt);
   signature.add(text);
+  signature.settle();
   return signature;
 }
 
@@ -32,7 +33,7 @@ TEST(Signature, OfALongTextRulesMostOtherWordsOut) {
   std::string text;
   for (int i = 0; i < 2000; ++i) text += "客戶說押金 deposit 要退\n";
   const Signature signature = signatureOf(text);
-  for (const std::string_view word : {"电车", "電車", "posit 客", "押 金", "zebra", "退款"}) {
+  for (const std::string_view word : {"电车", "電車", "posit客", "zebra", "退款"}) {
     EXPECT_FALSE(mayHold(signature, word)) << word;
   }
 }

@@ -44,7 +44,7 @@ class LegacyReader : public testing::Test {
                                     const std::string& record = R"({"id":"a"})") {
     write("a-digest.md", markdown);
     std::vector<std::string> items;
-    for (const auto& item : readRecord(record).digest) {
+    for (const auto& item : readRecord(record).digestItems()) {
       std::string text = item.id + " " + item.section + ": " + item.text;
       if (item.t) text += " @" + std::to_string(static_cast<int>(*item.t));
       items.push_back(text);
@@ -94,8 +94,8 @@ TEST_F(LegacyReader, ReadsTheFieldsOfTheRecord) {
   EXPECT_EQ(meeting.status, "draft");
   EXPECT_THAT(meeting.tags, ElementsAre("a", "b"));
   EXPECT_EQ(meeting.verdict, "go");
-  ASSERT_EQ(meeting.people.size(), 1U);
-  EXPECT_EQ(writeCompact(meeting.people[0]),
+  ASSERT_EQ(meeting.people.unpack().size(), 1U);
+  EXPECT_EQ(writeCompact(meeting.people.unpack()[0]),
             R"({"name":"Amy","labels":["S1"],"role":"PM","talk_sec":5})");
   EXPECT_EQ(meeting.visibilityHint, std::nullopt);
 }
@@ -106,7 +106,7 @@ TEST_F(LegacyReader, NotesHaveTheNewerKeysAndForms) {
           "segments":[{"oneLine":"c"}],"openQuestions":["q"],
           "decisions":[{"text":"d","who":"Bo"},{"text":"e","who":"Bo","owner":"Cy"},"f"],
           "verdict":"v","else":1})");
-  EXPECT_EQ(writeCompact(meeting.notes),
+  EXPECT_EQ(writeCompact(meeting.notes.unpack()),
             R"({"verdict":"v","decisions":[{"text":"d","who":"Bo","owner":"Bo"},)"
             R"({"text":"e","who":"Bo","owner":"Cy"},{"text":"f"}],)"
             R"("open_questions":[{"text":"q"}],"chapters":[{"oneLine":"c"}],)"
@@ -115,7 +115,7 @@ TEST_F(LegacyReader, NotesHaveTheNewerKeysAndForms) {
 }
 
 TEST_F(LegacyReader, ChaptersComeBeforeSegments) {
-  EXPECT_EQ(writeCompact(readRecord(R"({"segments":["s"],"chapters":["c"]})").notes),
+  EXPECT_EQ(writeCompact(readRecord(R"({"segments":["s"],"chapters":["c"]})").notes.unpack()),
             R"({"chapters":[{"text":"c"}]})");
 }
 
@@ -125,9 +125,9 @@ TEST_F(LegacyReader, ADigestObjectSuppliesWhatTheRecordLacks) {
           "durationSec":5,"people":[{"name":"Amy"}],"status":"x","openQuestions":["q"]}})");
   EXPECT_EQ(meeting.verdict, "own");
   EXPECT_EQ(meeting.durationSec, 5.0);
-  EXPECT_EQ(meeting.people.size(), 1U);
+  EXPECT_EQ(meeting.people.unpack().size(), 1U);
   EXPECT_EQ(meeting.status, "x");
-  EXPECT_EQ(writeCompact(meeting.notes),
+  EXPECT_EQ(writeCompact(meeting.notes.unpack()),
             R"({"verdict":"own","decisions":[{"text":"d"}],"open_questions":[{"text":"q"}]})");
 }
 
@@ -202,7 +202,7 @@ TEST_F(LegacyReader, ARecordWithoutTranscriptHasItsDigest) {
   write("a-digest.md", "# h\nx");
   const Meeting meeting = readRecord(R"({"id":"a","decisions":["d"]})");
   EXPECT_TRUE(meeting.lines.empty());
-  EXPECT_EQ(meeting.digest.size(), 2U);
+  EXPECT_EQ(meeting.digestItems().size(), 2U);
 }
 
 TEST_F(LegacyReader, FilesAreAllThatWereListed) {
@@ -240,14 +240,14 @@ TEST_F(LegacyReader, WrongKindsEverywhereAreSurvived) {
     EXPECT_TRUE(meeting.id.starts_with("legacy-")) << wrong;
     EXPECT_TRUE(meeting.people.empty()) << wrong;
     EXPECT_TRUE(meeting.tags.empty()) << wrong;
-    EXPECT_TRUE(meeting.digest.empty()) << wrong;
+    EXPECT_TRUE(meeting.digestItems().empty()) << wrong;
   }
 }
 
 TEST_F(LegacyReader, NestingHasNoLimit) {
   const std::size_t depth = 200000;
   const std::string nested = std::string(depth, '[') + std::string(depth, ']');
-  EXPECT_TRUE(readRecord("{\"decisions\":[{\"text\":" + nested + "}]}").digest.empty());
+  EXPECT_TRUE(readRecord("{\"decisions\":[{\"text\":" + nested + "}]}").digestItems().empty());
 }
 
 TEST(LegacyDigestName, IsTheNamedFileElseMadeOfTheId) {

@@ -74,12 +74,12 @@ TEST(Meeting, LineIdsStayAsGiven) {
 TEST(Meeting, DigestItemsWithoutAStringIdAreSkipped) {
   const Meeting meeting = meetingWith(
       R"("digest":[1,{"text":"x"},{"id":"D1","section":"s","text":"t","t":3},{"id":"D2"}])");
-  ASSERT_EQ(meeting.digest.size(), 2U);
-  EXPECT_EQ(meeting.digest[0].section, "s");
-  EXPECT_EQ(meeting.digest[0].text, "t");
-  EXPECT_EQ(meeting.digest[0].t, 3.0);
-  EXPECT_EQ(meeting.digest[1].section, "");
-  EXPECT_EQ(meeting.digest[1].t, std::nullopt);
+  ASSERT_EQ(meeting.digestItems().size(), 2U);
+  EXPECT_EQ(meeting.digestItems()[0].section, "s");
+  EXPECT_EQ(meeting.digestItems()[0].text, "t");
+  EXPECT_EQ(meeting.digestItems()[0].t, 3.0);
+  EXPECT_EQ(meeting.digestItems()[1].section, "");
+  EXPECT_EQ(meeting.digestItems()[1].t, std::nullopt);
 }
 
 TEST(Meeting, ListsKeepTheElementsOfTheirKindInOrder) {
@@ -87,8 +87,8 @@ TEST(Meeting, ListsKeepTheElementsOfTheirKindInOrder) {
       meetingWith(R"("tags":[1,"a","b"],"files":[null,"f"],"people":["x",{"name":"Amy"},[]])");
   EXPECT_THAT(meeting.tags, ElementsAre("a", "b"));
   EXPECT_THAT(meeting.files, ElementsAre("f"));
-  ASSERT_EQ(meeting.people.size(), 1U);
-  EXPECT_EQ(meeting.people[0].getString("name"), "Amy");
+  ASSERT_EQ(meeting.people.unpack().size(), 1U);
+  EXPECT_EQ(meeting.people.unpack()[0].getString("name"), "Amy");
 }
 
 TEST(Meeting, AValueOfAnotherKindCountsAsAbsent) {
@@ -102,7 +102,7 @@ TEST(Meeting, AValueOfAnotherKindCountsAsAbsent) {
   EXPECT_TRUE(meeting.people.empty());
   EXPECT_TRUE(meeting.notes.empty());
   EXPECT_TRUE(meeting.lines.empty());
-  EXPECT_TRUE(meeting.digest.empty());
+  EXPECT_TRUE(meeting.digestItems().empty());
   EXPECT_EQ(meeting.visibilityHint, std::nullopt);
   EXPECT_THAT(meeting.tags, IsEmpty());
   EXPECT_THAT(meeting.files, IsEmpty());

@@ -97,7 +97,7 @@ TEST_F(RecordingReader, NotesAreTheFileWithoutWhatHasAFieldOfItsOwnAndWithoutAct
       R"({"title":"t","summary":"s","lines":[],"speakers":[],"started_at":"x","duration_sec":1,
           "visibility":"work","tags":[],"verdict":"v","app-notes":null,"action_items":["do"],
           "actions":["do"],"decisions":[{"text":"d"}],"custom":5})");
-  EXPECT_EQ(writeCompact(meeting.notes),
+  EXPECT_EQ(writeCompact(meeting.notes.unpack()),
             R"({"summary":"s","verdict":"v","decisions":[{"text":"d"}],"custom":5})");
 }
 
@@ -105,35 +105,35 @@ TEST_F(RecordingReader, AppNotesOverlayTheNotes) {
   const Meeting meeting = readNotes(
       R"({"verdict":"old","summary":"s","app-notes":{"verdict":"new","chapters":[{"title":"c"}],
           "actions":["do"],"title":"no","lines":[{"text":"no"}]}})");
-  EXPECT_EQ(writeCompact(meeting.notes),
+  EXPECT_EQ(writeCompact(meeting.notes.unpack()),
             R"({"verdict":"new","summary":"s","chapters":[{"title":"c"}]})");
   EXPECT_EQ(meeting.verdict, "new");
-  ASSERT_EQ(meeting.digest.size(), 1U);
-  EXPECT_EQ(meeting.digest[0].text, "c");
+  ASSERT_EQ(meeting.digestItems().size(), 1U);
+  EXPECT_EQ(meeting.digestItems()[0].text, "c");
   EXPECT_EQ(meeting.title, "2025-03-14 Weekly");
   EXPECT_TRUE(meeting.lines.empty());
 }
 
 TEST_F(RecordingReader, AppNotesOfAnotherKindAreIgnored) {
-  EXPECT_EQ(writeCompact(readNotes(R"({"verdict":"v","app-notes":["x"]})").notes),
+  EXPECT_EQ(writeCompact(readNotes(R"({"verdict":"v","app-notes":["x"]})").notes.unpack()),
             R"({"verdict":"v"})");
 }
 
 TEST_F(RecordingReader, AVerdictThatIsNoStringStaysInTheNotesOnly) {
   const Meeting meeting = readNotes(R"({"verdict":{"text":"x"}})");
   EXPECT_EQ(meeting.verdict, "");
-  EXPECT_EQ(writeCompact(meeting.notes), R"({"verdict":{"text":"x"}})");
+  EXPECT_EQ(writeCompact(meeting.notes.unpack()), R"({"verdict":{"text":"x"}})");
 }
 
 TEST_F(RecordingReader, SpeakersAreThePeople) {
   const Meeting meeting =
       readNotes(R"({"speakers":["x",{"name":"Amy","labels":["S1"]},5],"people":[{"name":"Bo"}]})");
-  ASSERT_EQ(meeting.people.size(), 1U);
-  EXPECT_EQ(writeCompact(meeting.people[0]), R"({"name":"Amy","labels":["S1"]})");
+  ASSERT_EQ(meeting.people.unpack().size(), 1U);
+  EXPECT_EQ(writeCompact(meeting.people.unpack()[0]), R"({"name":"Amy","labels":["S1"]})");
 }
 
 TEST_F(RecordingReader, PeopleCountOnlyWithoutAListOfSpeakers) {
-  EXPECT_EQ(readNotes(R"({"speakers":"x","people":[{"name":"Bo"}]})").people.size(), 1U);
+  EXPECT_EQ(readNotes(R"({"speakers":"x","people":[{"name":"Bo"}]})").people.unpack().size(), 1U);
   EXPECT_TRUE(readNotes(R"({"speakers":[],"people":[{"name":"Bo"}]})").people.empty());
 }
 
@@ -199,7 +199,7 @@ TEST_F(RecordingReader, ReadsTheTranscript) {
   EXPECT_EQ(meeting.lines.id(0), "s1");
   EXPECT_EQ(meeting.lines.id(1), "L2");
   EXPECT_EQ(meeting.lines.text(0), "好");
-  EXPECT_FALSE(meeting.notes.has("lines"));
+  EXPECT_FALSE(meeting.notes.unpack().has("lines"));
 }
 
 TEST_F(RecordingReader, UploadGivesTheWebIdInLowerCaseAndTheStatus) {
@@ -282,7 +282,7 @@ TEST_F(RecordingReader, WrongKindsEverywhereLeaveAnEmptyMeeting) {
     const Meeting meeting = readNotes(notes + "\"x\":1}");
     EXPECT_TRUE(meeting.lines.empty()) << wrong;
     EXPECT_TRUE(meeting.people.empty()) << wrong;
-    EXPECT_TRUE(meeting.digest.empty()) << wrong;
+    EXPECT_TRUE(meeting.digestItems().empty()) << wrong;
     EXPECT_TRUE(meeting.tags.empty()) << wrong;
   }
 }

@@ -208,7 +208,8 @@ TEST_F(GetMeeting, MeetingItselfIsLeftAsItWas) {
   addNotes(R"({"decisions": [{"t": 5}]})");
   const std::string once = writeCompact(store_.meeting("m"));
   EXPECT_EQ(writeCompact(store_.meeting("m")), once);
-  EXPECT_EQ(writeCompact(store_.home.entry("m").meeting->notes), R"({"decisions":[{"t":5}]})");
+  EXPECT_EQ(writeCompact(store_.home.entry("m").meeting->notes.unpack()),
+            R"({"decisions":[{"t":5}]})");
 }
 
 TEST_F(GetMeeting, NumbersThatJSONCannotWriteAreNull) {

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "index/SearchTexts.h"
 #include "meetings/TextNorm.h"
 #include "store/Store.h"
 #include "store/TestStore.h"
@@ -58,27 +59,32 @@ Meeting randomMeeting(Random& random, std::size_t number) {
   if (!random.oneIn(6)) meeting.date = random.pick(kDays);
   if (!random.oneIn(3)) meeting.startedAt = random.pick(kDays) + "T10:00:00";
   if (random.oneIn(2)) meeting.verdict = random.words(kVocabulary, 2);
+  std::vector<JSONObject> people;
   for (std::size_t count = random.below(3); count > 0; --count) {
-    meeting.people.push_back({{"name", random.pick(kSpeakers)}, {"role", "Budget owner"}});
+    people.push_back({{"name", random.pick(kSpeakers)}, {"role", "Budget owner"}});
   }
+  meeting.people = std::move(people);
   JSON::Array quotes;
   for (std::size_t count = random.below(4); count > 0; --count) {
     JSONObject quote{{"text", random.words(kVocabulary, 3)}};
     if (random.oneIn(2)) quote.set("t_start", static_cast<double>(random.below(5)));
     quotes.emplace_back(std::move(quote));
   }
-  meeting.notes.set("quotes", std::move(quotes));
+  JSONObject notes;
+  notes.set("quotes", std::move(quotes));
+  meeting.notes = std::move(notes);
   for (std::size_t count = random.below(30); count > 0; --count) {
     meeting.lines.append("", static_cast<double>(random.below(8)), std::nullopt,
                          random.pick(kSpeakers), random.words(kVocabulary, 4));
   }
   meeting.lines.settleIds();
+  std::vector<Meeting::Digest> digest;
   for (std::size_t count = random.below(4); count > 0; --count) {
     std::optional<double> t;
     if (random.oneIn(2)) t = static_cast<double>(random.below(8));
-    meeting.digest.push_back(
-        {"D" + std::to_string(count), "decisions", random.words(kVocabulary, 4), t});
+    digest.push_back({"D" + std::to_string(count), "decisions", random.words(kVocabulary, 4), t});
   }
+  meeting.setDigest(std::move(digest), JSONObject());
   return meeting;
 }
 
@@ -185,10 +191,10 @@ void addHits(std::vector<ModelHit>& hits, const Index::Entry& entry,
         lowerASCII(line.speaker).find(lowerASCII(*arguments.speaker)) != std::string::npos;
     consider(arguments.readTranscripts && spoken, line.text, line.tStart, "line", line.id);
   }
-  for (const Index::NoteText& note : entry.noteTexts) {
+  for (const NoteText& note : noteTextsOf(meeting)) {
     consider(!arguments.readTranscripts, note.text, note.t, "notes", note.lineId);
   }
-  for (const Meeting::Digest& item : meeting.digest) {
+  for (const Meeting::Digest& item : meeting.digestItems()) {
     consider(arguments.includeDigest, item.text, item.t, "digest", item.id);
   }
 }
@@ -214,9 +220,9 @@ std::vector<std::string> modelList(const Index& index, const Store::ListArgument
   for (const auto& [id, entry] : index.entries()) {
     const Meeting& meeting = *entry.meeting;
     std::string people;
-    for (const JSONObject& person : meeting.people) people += writeCompact(person);
+    for (const JSONObject& person : meeting.people.unpack()) people += writeCompact(person);
     if (access.sees(entry) && isInDays(meeting, arguments.dateFrom, arguments.dateTo) &&
-        holdsAll(entry.bodyLower, arguments.query.value_or("")) &&
+        holdsAll(bodyLowerOf(meeting), arguments.query.value_or("")) &&
         (!arguments.person || holds(people, *arguments.person))) {
       found.emplace_back(descending(meeting.date), descending(meeting.startedAt), entry.order, id);
     }
