@@ -96,14 +96,14 @@ std::optional<JSONObject> objectIn(const std::string& body) {
 }
 
 // The figures in an answer, once it is certain that nobody's address is among them.
-JSONObject guarded(const std::string& url, const std::string& body) {
+JSONObject guarded(const std::string& url, const std::string& body, const std::string& token) {
   auto object = objectIn(body);
   if (holdsEmailAddress(body) ||
       (object ? holdsEmailAddress(*object) : holdsEmailAddress(withEscapesDecoded(body))))
     throw StoreError::value(std::string(kHoldsAddress));
   if (!object)
     throw StoreError::value("Velta admin stats: " + url + " did not answer JSON (first bytes: '" +
-                            firstBytesAsText(body, kQuotedBytes) + "')");
+                            withoutKey(firstBytesAsText(body, kQuotedBytes), token) + "')");
   dropUnwritableNumbers(*object);
   return *std::move(object);
 }
@@ -127,12 +127,7 @@ JSONObject AdminStats::stats(std::int64_t days) const {
   const Token token = this->token();
   if (!token.text) throw StoreError::value(noToken(token.source));
   const std::string url = urlFor(days);
-  try {
-    return guarded(url, bodyOf(url, *token.text));
-  } catch (const StoreError& error) {
-    // Whatever a message quotes, it does not show the token.
-    throw StoreError::value(withoutKey(error.message(), *token.text));
-  }
+  return guarded(url, bodyOf(url, *token.text), *token.text);
 }
 
 std::string AdminStats::urlFor(std::int64_t days) const {
@@ -153,7 +148,7 @@ std::string AdminStats::bodyOf(const std::string& url, const std::string& token)
                                        {"User-Agent", userAgent()}},
                            .timeout = kTimeout});
   } catch (const TransportError& error) {
-    throw StoreError::value("Could not reach " + url + " (" + error.what() +
+    throw StoreError::value("Could not reach " + url + " (" + withoutKey(error.what(), token) +
                             "). Next step: check the network, then retry");
   }
   fetcher_.endSession();

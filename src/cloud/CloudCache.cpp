@@ -10,6 +10,7 @@
 
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
+#include "meetings/TextNorm.h"
 #include "platform/Files.h"
 
 namespace velta {
@@ -18,13 +19,21 @@ namespace {
 constexpr int kIndentation = 1;
 constexpr mode_t kOwnerOnly = 0600;
 
-std::optional<WebMeetings::Row> rowOf(const JSON& value) {
+// Whether the meeting is the one that the service calls `uuid`. The file can be edited; a row may
+// not stand in for another meeting.
+bool isMeetingOf(const std::string& uuid, const Meeting& meeting) {
+  return uuidPattern().matches(uuid) && meeting.id == "cloud-" + uuid && meeting.source == "cloud";
+}
+
+std::optional<WebMeetings::Row> rowOf(const std::string& uuid, const JSON& value) {
   const JSONObject* object = value.asObject();
   if (object == nullptr) return std::nullopt;
   const auto rev = object->getString("rev");
   const JSON* stored = object->get("meeting");
   auto meeting = stored != nullptr ? Meeting::fromJSON(*stored) : std::nullopt;
-  if (!rev || !meeting) return std::nullopt;
+  if (!rev || !meeting || !isMeetingOf(uuid, *meeting)) return std::nullopt;
+  meeting->cloudId = uuid;
+  meeting->visibilityHint.reset();  // who may see it is the user's business alone
   std::optional<std::string> applied;
   if (const auto text = object->getString("applied")) applied = *text;
   return WebMeetings::Row{std::string(*rev), std::make_shared<const Meeting>(*std::move(meeting)),
@@ -97,7 +106,7 @@ class RowHandler {
     const JSON member = builder_.take();
     if (!isObject_) return;
     rows_.erase(uuid_);  // of a repeated member the last counts
-    if (auto row = rowOf(member)) rows_.emplace(uuid_, *std::move(row));
+    if (auto row = rowOf(uuid_, member)) rows_.emplace(uuid_, *std::move(row));
   }
 
   WebMeetings::Rows& rows_;
@@ -107,21 +116,31 @@ class RowHandler {
   std::string uuid_;
 };
 
-// A row as the text of a member, one level deep.
+// A row as text, indented unless that would be next to nothing but blanks.
+std::string textOf(const JSONObject& row) {
+  constexpr std::size_t kLarge = std::size_t{1} << 20U;  // bytes
+  constexpr std::size_t kMostBlanks = 8;                 // times the text without any
+  std::string compact;
+  try {
+    std::string indented = writeIndented(row, kIndentation);
+    if (indented.size() < kLarge) return indented;
+    compact = writeCompact(row);
+    if (indented.size() < kMostBlanks * compact.size()) return indented;
+  } catch (const std::length_error&) {
+    compact = writeCompact(row);
+  }
+  return compact;
+}
+
+// A row as a member, one level deep.
 void appendRow(std::string& out, const std::string& uuid, const WebMeetings::Row& row) {
   JSONObject object;
   object.set("rev", row.rev);
   object.set("meeting", row.meeting->toJSON());
   if (row.applied) object.set("applied", *row.applied);
-  std::string text;
-  try {
-    text = writeIndented(object, kIndentation);
-  } catch (const std::length_error&) {
-    text = writeCompact(object);  // nested too deeply to be indented
-  }
   appendQuoted(out.append(1, ' '), uuid);
   out += ": ";
-  for (const char c : text) {  // a line feed is never part of a string
+  for (const char c : textOf(object)) {  // a line feed is never part of a string
     out += c;
     if (c == '\n') out.append(kIndentation, ' ');
   }

@@ -74,6 +74,7 @@ int disconnect(const Config& config, const Print& print) {
   }
   removeFile(path);
   removeFile(WebMeetings::cacheFile(config));
+  removeStaleTemporaries(config.home);  // a cache that was being written when its server was killed
   print("Deleted " + path + ". Also press 撤銷 on 連接 AI so the key stops working everywhere");
   return kDone;
 }

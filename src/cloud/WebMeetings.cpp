@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string_view>
 #include <system_error>
-#include <unordered_set>
+#include <unordered_map>
 #include <utility>
 #include <variant>
 
@@ -102,7 +102,7 @@ JSONObject WebMeetings::sync(const JSONObject& configFile, Instant now,
 JSONObject WebMeetings::synced(const std::string& key, Instant now,
                                const Cloud::Progress& progress) {
   Plan plan = planFrom(cloud_.fetchAll(key, progress));
-  const std::size_t requested = plan.rev.size();
+  const std::size_t requested = plan.wanted.size();
   const std::size_t listed = plan.listed;
   const std::size_t kept = plan.kept.size();
   download(key, plan, progress);
@@ -127,7 +127,7 @@ WebMeetings::Plan WebMeetings::planFrom(const std::vector<JSONObject>& listing) 
     if (const Row* row = current(uuid, rev)) {
       plan.kept.emplace(uuid, *row);
     } else {
-      plan.rev.emplace(uuid, std::move(rev));
+      plan.wanted.emplace_back(uuid, std::move(rev));
     }
   }
   return plan;
@@ -146,20 +146,22 @@ const WebMeetings::Row* WebMeetings::current(const std::string& uuid,
 // Puts the meetings of the plan into waiting_, as far as they come.
 void WebMeetings::download(const std::string& key, const Plan& plan,
                            const Cloud::Progress& progress) {
-  std::vector<std::string> wanted;
-  for (const auto& [uuid, rev] : plan.rev) wanted.push_back(uuid);
+  const auto& wanted = plan.wanted;
   lastSave_ = std::chrono::steady_clock::now();
   for (std::size_t begin = 0; begin < wanted.size(); begin += Cloud::kBatch) {
     const std::size_t end = std::min(begin + Cloud::kBatch, wanted.size());
-    const auto at = [&wanted](std::size_t n) {
-      return wanted.begin() + static_cast<std::ptrdiff_t>(n);
-    };
-    std::unordered_set<std::string> asked(at(begin), at(end));
-    for (JSONObject& object : cloud_.fetchByIds(key, {at(begin), at(end)})) {
+    std::vector<std::string> ids;
+    std::unordered_map<std::string, std::string> revs;
+    for (std::size_t i = begin; i < end; ++i) {
+      ids.push_back(wanted[i].first);
+      revs.insert(wanted[i]);
+    }
+    for (JSONObject& object : cloud_.fetchByIds(key, ids)) {
       const std::string uuid = lowerASCII(object.getString("id").value_or(""));
-      if (asked.erase(uuid) == 0) continue;  // nobody asked for it, or it is there already
+      const auto asked = revs.extract(uuid);
+      if (!asked) continue;  // nobody asked for it, or it is there already
       auto meeting = std::make_shared<const Meeting>(webMeeting(uuid, std::move(object)));
-      waiting_.insert_or_assign(uuid, Row{plan.rev.at(uuid), std::move(meeting), std::nullopt});
+      waiting_.insert_or_assign(uuid, Row{asked.mapped(), std::move(meeting), std::nullopt});
       changed_ = true;
     }
     if (progress)
@@ -172,7 +174,7 @@ void WebMeetings::download(const std::string& key, const Plan& plan,
 // Serves what the listing holds: the rows that did not change and what was downloaded.
 void WebMeetings::adopt(Plan plan) {
   Rows next = std::move(plan.kept);
-  for (const auto& [uuid, rev] : plan.rev) {
+  for (const auto& [uuid, rev] : plan.wanted) {
     const auto row = waiting_.find(uuid);
     if (row != waiting_.end() && row->second.rev == rev) next.insert(waiting_.extract(row));
   }

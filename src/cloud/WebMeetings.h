@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cloud/Cloud.h"
@@ -55,8 +56,8 @@ class WebMeetings {
  private:
   // What a listing asks for.
   struct Plan {
-    Rows kept;                               // rows that did not change
-    std::map<std::string, std::string> rev;  // of the meetings to download, by UUID
+    Rows kept;                                                // rows that did not change
+    std::vector<std::pair<std::string, std::string>> wanted;  // UUID and rev, in list order
     std::size_t listed = 0;
   };
 

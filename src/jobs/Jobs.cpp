@@ -37,6 +37,7 @@ constexpr int kIndent = 2;
 constexpr std::size_t kRandomBytes = 3;
 constexpr std::size_t kLogTailLines = 15;
 constexpr std::size_t kLogTailBytes = std::size_t{1024} * 1024;  // of a longer tail only the end
+constexpr std::size_t kLogCheckedBytes = std::size_t{8} << 20U;  // so much has to be UTF-8
 
 // What the pipeline takes, sorted.
 constexpr std::array<std::string_view, 13> kAudioTypes = {".aac",  ".aif", ".aiff", ".caf", ".flac",
@@ -201,12 +202,14 @@ std::string_view stateOf(std::string_view step, const JSONObject& status, bool a
 // an empty last line.
 std::optional<JSON::Array> logTail(const std::string& path) {
   std::string tail;
+  bool isText = false;
   try {
     tail = readFileEnd(path, kLogTailLines, kLogTailBytes);
+    isText = isValidUTF8(readFileEnd(path, std::string::npos, kLogCheckedBytes));
   } catch (const std::system_error&) {
     return std::nullopt;
   }
-  if (!isValidUTF8(tail)) return std::nullopt;
+  if (!isText) return std::nullopt;
   JSON::Array lines;
   std::string_view rest = tail;
   for (std::size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {

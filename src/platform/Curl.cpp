@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdlib>
 #include <string_view>
 #include <system_error>
 
@@ -56,6 +57,7 @@ void findFunction(void* opened, const char* name, Function& function) {
 }
 
 Library loadLibrary() {
+  ::unsetenv("SSLKEYLOGFILE");  // nobody gets the keys of our connections
   void* opened = openLibrary();
   Library library = {};
   findFunction(opened, "curl_global_init", library.globalInit);
@@ -177,6 +179,7 @@ std::string defaultCertificates() {
 void setRules(CURL* handle) {
   const auto set = library().easySetopt;
   set(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+  set(handle, CURLOPT_DEFAULT_PROTOCOL, "https");  // of a URL that names none
   set(handle, CURLOPT_FOLLOWLOCATION, 0L);
   set(handle, CURLOPT_SSL_VERIFYPEER, 1L);
   set(handle, CURLOPT_SSL_VERIFYHOST, 2L);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <fcntl.h>
 #include <glob.h>
 #include <pwd.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill, which csignal need not hold
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,6 +28,8 @@ constexpr mode_t kNewDirectoryMode = 0755;
 constexpr mode_t kPermissionBits = 07777;
 constexpr std::chrono::milliseconds kLockPatience(100);     // appending may not stall a call
 constexpr std::size_t kTailPiece = std::size_t{16} * 1024;  // bytes first read of a file's end
+constexpr std::string_view kTemporaryPrefix = ".velta-";    // a process id follows
+constexpr std::string_view kTemporarySuffix = ".tmp";
 constexpr int kMaxLinks = 32;  // as deep as a chain of symbolic links may go
 
 [[noreturn]] void fail(const char* operation, const std::string& path) {
@@ -91,8 +95,28 @@ std::string linkTarget(std::string path) {
 // A name for a temporary file that no other process and no other call has.
 std::string uniqueName() {
   static std::atomic<unsigned> counter{0};
-  return ".velta-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1)) +
-         ".tmp";
+  return std::string(kTemporaryPrefix) + std::to_string(::getpid()) + "-" +
+         std::to_string(counter.fetch_add(1)) + std::string(kTemporarySuffix);
+}
+
+// Whether nobody is writing the temporary file at `path` any more: its writer holds a lock on it,
+// and has put its process id into the name.
+bool isStaleTemporary(const std::string& path) {
+  const std::string name = lastComponent(path);
+  pid_t writer = 0;
+  const char* const digits = name.data() + kTemporaryPrefix.size();
+  std::from_chars(digits, name.data() + name.size(), writer);
+  if (writer <= 0 || ::kill(writer, 0) == 0 || errno != ESRCH) return false;
+  const Descriptor descriptor = openFile(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
+  return descriptor && lockWithin(descriptor.get(), std::chrono::milliseconds(0));
+}
+
+// What stands at the target of a write can be replaced, or nothing stands there.
+void requireReplaceable(const std::string& target) {
+  struct stat info = {};
+  if (::stat(target.c_str(), &info) != 0 || S_ISREG(info.st_mode)) return;
+  errno = S_ISDIR(info.st_mode) ? EISDIR : ENOTSUP;
+  fail("replace", target);
 }
 
 // A file that is removed unless it was kept.
@@ -113,6 +137,7 @@ class TemporaryFile {
       const std::string path = std::exchange(path_, "");  // there is nothing to remove
       fail("create", path);
     }
+    lockWithin(descriptor_.get(), std::chrono::milliseconds(0));  // says that it is being written
     // The umask may have taken bits that were asked for.
     if (permissions && ::fchmod(descriptor_.get(), *permissions) != 0) {
       const int cause = errno;
@@ -303,6 +328,7 @@ void writeFileAtomically(const std::string& path, std::string_view bytes,
   const std::string target = linkTarget(path);
   const std::string directory = parentPath(target);
   createDirectories(directory);
+  requireReplaceable(target);
   if (!permissions) {
     if (const auto old = fileStatus(target)) permissions = old->permissions;
   }
@@ -312,9 +338,14 @@ void writeFileAtomically(const std::string& path, std::string_view bytes,
   syncDirectory(directory);
 }
 
-bool removeFile(const std::string& path) {
-  return !holdsNUL(path) && ::unlink(path.c_str()) == 0;
+void removeStaleTemporaries(const std::string& directory) {
+  const std::string prefix = escapeForGlob(joinPath(directory, kTemporaryPrefix));
+  for (const std::string& path : globPaths(prefix + "*" + std::string(kTemporarySuffix))) {
+    if (isStaleTemporary(path)) ::unlink(path.c_str());
+  }
 }
+
+bool removeFile(const std::string& path) { return !holdsNUL(path) && ::unlink(path.c_str()) == 0; }
 
 void appendLineToFile(const std::string& path, std::string_view line, mode_t permissions) {
   // Without O_NONBLOCK a FIFO that nobody reads would hold the program up.

@@ -54,11 +54,16 @@ std::string readFileEnd(const std::string& path, std::size_t lines, std::size_t 
 // fsync'ed, renamed over the target, and the directory fsync'ed. A symbolic link at `path` is
 // followed, so a linked file stays linked. The parent directory is created when missing. Without
 // `permissions` the old file's are kept, or 0644 less the umask for a new one. On failure the
-// temporary file is removed and the old file untouched. The temporary file has a name that nothing
+// temporary file is removed and the old file untouched; a target that is there and no regular file
+// (a device, a FIFO) is refused with ENOTSUP. The temporary file has a name that nothing
 // else has, or is called `temporaryName`, which then nobody else may use. Throws std::system_error.
 void writeFileAtomically(const std::string& path, std::string_view bytes,
                          std::optional<mode_t> permissions = std::nullopt,
                          const std::string& temporaryName = "");
+
+// Removes the temporary files that writeFileAtomically left in `directory` when its process was
+// killed. Those of writes that are under way stay.
+void removeStaleTemporaries(const std::string& directory);
 
 // Removes the file at `path`, no directory. False when it could not be removed.
 bool removeFile(const std::string& path);

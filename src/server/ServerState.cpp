@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "index/Freshness.h"
+#include "platform/Files.h"
 #include "platform/ProgressLine.h"
 
 namespace velta {
@@ -29,7 +30,9 @@ ServerState::ServerState(ServerOptions options)
       client(std::move(options.client)),
       allowed(config.clientVisibilities(client)),
       adminStats(options.adminStats),
-      terminal(options.terminal) {}
+      terminal(options.terminal) {
+  removeStaleTemporaries(config.home);
+}
 
 Index::BuildResult ServerState::refreshIndex() {
   std::optional<ProgressLine> line;

@@ -182,6 +182,15 @@ TEST_F(Stats, TokenIsNeverPartOfAMessage) {
   EXPECT_THAT(failure(), HasSubstr("you sent ***'"));
 }
 
+TEST_F(Stats, FixedTextsStayWholeWhateverTheTokenIs) {
+  for (const std::string token : {"velta-admin-agent-7f3a", "tok", "e"}) {
+    environment_["VELTA_ADMIN_AGENT_TOKEN"] = token;
+    reply_.status = 401;
+    EXPECT_THAT(failure(), HasSubstr("the token was refused. Next step: check that the Keychain "
+                                     "item velta-admin-agent holds the same value"));
+  }
+}
+
 TEST_F(Stats, FailedTransferNamesTheURLAndTheCause) {
   reply_.raw = "nonsense";
   EXPECT_THAT(failure(), AllOf(StartsWith("Could not reach " + url() + " ("),

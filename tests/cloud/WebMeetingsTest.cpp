@@ -276,6 +276,16 @@ TEST_F(WebMeetingsTest, ManyAreDownloadedInBatchesOfFifty) {
   EXPECT_EQ(service_.server().connections(), 1);
 }
 
+TEST_F(WebMeetingsTest, MeetingsAreAskedForInTheOrderOfTheList) {
+  std::vector<std::string> texts = webMeetingTexts(1, 3);
+  std::swap(texts.front(), texts.back());
+  service_.serve(texts);
+  WebMeetings meetings = started();
+  statusOf(meetings);
+  EXPECT_EQ(service_.server().requests().back().query.at("ids"),
+            uuidOf(3) + "," + uuidOf(2) + "," + uuidOf(1));
+}
+
 TEST_F(WebMeetingsTest, TheConnectionGoesWithTheSync) {
   service_.serve(webMeetingTexts(1, 60));
   WebMeetings meetings = started();
@@ -904,6 +914,49 @@ TEST_F(CloudCache, OfARepeatedMemberTheLastCounts) {
 TEST_F(CloudCache, AWriteThatFailsThrows) {
   folder_.write("plain", "");
   EXPECT_THROW(writeCloudCache({}, folder_.file("plain/cache.json")), std::system_error);
+}
+
+TEST(CloudCache, RowThatStandsForAnotherMeetingIsLeftOut) {
+  const TemporaryFolder folder;
+  const std::string uuid = uuidOf(1);
+  const auto row = [](const std::string& key, const std::string& meeting) {
+    return "\"" + key + R"(": {"rev": "1", "meeting": )" + meeting + "}";
+  };
+  const auto meeting = [](const std::string& id, const std::string& source,
+                          const std::string& cloudId, const std::string& more = "") {
+    return R"({"id": ")" + id + R"(", "source": ")" + source + R"(", "cloud_id": ")" + cloudId +
+           "\"" + more + "}";
+  };
+  const std::vector<std::string> rows = {row(uuid, meeting("rec-r1", "recordings", uuid)),
+                                         row(uuid, meeting("cloud-" + uuidOf(2), "cloud", uuid)),
+                                         row(uuid, meeting("cloud-" + uuid, "recordings", uuid)),
+                                         row("nope", meeting("cloud-nope", "cloud", "nope"))};
+  for (const std::string& wrong : rows) {
+    EXPECT_TRUE(readCloudCache(folder.write("cache", "{" + wrong + "}")).empty()) << wrong;
+  }
+  const std::string right =
+      row(uuid, meeting("cloud-" + uuid, "cloud", uuidOf(2), R"(, "visibility_hint": "shared")"));
+  const WebMeetings::Rows kept = readCloudCache(folder.write("cache", "{" + right + "}"));
+  ASSERT_EQ(kept.size(), 1U);
+  EXPECT_EQ(kept.at(uuid).meeting->cloudId, uuid);
+  EXPECT_EQ(kept.at(uuid).meeting->visibilityHint, std::nullopt);
+}
+
+TEST(CloudCache, DeeplyNestedRowsAreNotBlownUpByIndentation) {
+  const TemporaryFolder folder;
+  WebMeetings::Rows rows;
+  const std::string deep = std::string(3000, '[') + std::string(3000, ']');
+  for (int number = 1; number <= 5; ++number) {
+    JSON object = parseJSON(R"({"summary": )" + deep + "}");
+    rows[uuidOf(number)] = {
+        "1",
+        std::make_shared<const Meeting>(webMeeting(uuidOf(number), std::move(*object.asObject()))),
+        std::nullopt};
+  }
+  const std::string path = folder.file("cache");
+  writeCloudCache(rows, path);
+  EXPECT_LT(std::filesystem::file_size(path), 1'000'000U);
+  EXPECT_EQ(readCloudCache(path).size(), 5U);
 }
 
 }  // namespace

@@ -828,6 +828,12 @@ TEST(GetJob, LogThatIsNotUTF8IsLeftOut) {
   EXPECT_EQ(tailOf("cut \xe6\x9c"), "");
 }
 
+TEST(GetJob, LogThatIsNoTextAnywhereHasNoTail) {
+  std::string log = "\xFF bad\n";
+  for (int line = 1; line <= 20; ++line) log += std::to_string(line) + "\n";
+  EXPECT_EQ(tailOf(log), "");
+}
+
 TEST(GetJob, OfAHugeLogOnlyTheEndIsRead) {
   TestJobs jobs;
   const std::string log = jobs.folder.write("data/meeting/job.log", "");

@@ -17,6 +17,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/FileLock.h"
 #include "platform/Files.h"
 #include "support/TemporaryFolder.h"
 
@@ -261,6 +262,49 @@ TEST(WriteFileAtomically, DanglingLinkGetsItsTarget) {
   writeFileAtomically(folder.file("link"), "new");
   EXPECT_EQ(folder.read("later/file"), "new");
   EXPECT_TRUE(fs::is_symlink(folder.file("link")));
+}
+
+TEST(WriteFileAtomically, RefusesATargetThatIsNoRegularFile) {
+  const TemporaryFolder folder;
+  const std::string fifo = folder.file("fifo");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  fs::create_symlink(fifo, folder.file("link"));
+  for (const std::string& path : {fifo, folder.file("link")}) {
+    EXPECT_THROW(writeFileAtomically(path, "new"), std::system_error);
+  }
+  EXPECT_TRUE(fs::is_fifo(fifo));
+}
+
+// A process number that no process has.
+pid_t deadProcess() {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  ::waitpid(child, nullptr, 0);
+  return child;
+}
+
+TEST(RemoveStaleTemporaries, TakesThoseOfDeadProcessesAway) {
+  const TemporaryFolder folder;
+  const std::string dead = std::to_string(deadProcess());
+  folder.write(".velta-" + dead + "-0.tmp", "half");
+  folder.write(".velta-" + std::to_string(::getpid()) + "-7.tmp", "under way");
+  folder.write(".velta-x.tmp", "not ours");
+  folder.write("velta-" + dead + "-0.tmp", "not ours");
+  removeStaleTemporaries(folder.path());
+  EXPECT_FALSE(fs::exists(folder.file(".velta-" + dead + "-0.tmp")));
+  EXPECT_TRUE(fs::exists(folder.file(".velta-" + std::to_string(::getpid()) + "-7.tmp")));
+  EXPECT_TRUE(fs::exists(folder.file(".velta-x.tmp")));
+  EXPECT_TRUE(fs::exists(folder.file("velta-" + dead + "-0.tmp")));
+}
+
+// Its writer may have a number that means nothing here, as in another container.
+TEST(RemoveStaleTemporaries, LeavesThoseThatAreLocked) {
+  const TemporaryFolder folder;
+  const std::string path =
+      folder.write(".velta-" + std::to_string(deadProcess()) + "-0.tmp", "under way");
+  const FileLock lock(path, std::chrono::milliseconds(0));
+  removeStaleTemporaries(folder.path());
+  EXPECT_TRUE(fs::exists(path));
 }
 
 TEST(WriteFileAtomically, LoopOfLinksFails) {
