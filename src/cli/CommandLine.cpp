@@ -8,6 +8,7 @@
 #include "cloud/URLSessionFetcher.h"
 #include "config/BuildConstants.h"
 #include "platform/HiddenPrompt.h"
+#include "platform/Memory.h"
 #include "platform/Process.h"
 #include "platform/Stdio.h"
 #include "platform/Text.h"
@@ -27,6 +28,8 @@ constexpr int kRefused = 2;
 constexpr std::string_view kKeyPrompt =
     "Paste the connection key from 連接 AI (input stays hidden): ";
 constexpr std::size_t kKeyCapacity = 256;  // bytes that the prompt takes, its end included
+
+constexpr std::size_t kKeptMemory = std::size_t{8} << 20U;  // a large answer takes four
 
 constexpr std::string_view kClientPrefix = "--client=";
 
@@ -111,6 +114,7 @@ int runAction(const std::string& action, const Config& config) {
 }
 
 int serve(CLI::Options options, Config config, std::string executable) {
+  keepFreedMemory(kKeptMemory);
   PatientWriter diagnostics(kStandardError);
   URLSessionFetcher fetcher(config.env);
   Server server(

@@ -51,6 +51,7 @@ void Index::insert(Meeting meeting, const std::string& key, std::string visibili
   entry.tags = std::move(tags);
   entry.mtime = mtime;
   put(std::move(entry));
+  isSettled_ = false;  // it is in no list of files
 }
 
 const Index::Entry* Index::find(const std::string& id) const {

@@ -143,6 +143,9 @@ class Index {
   std::unordered_map<std::string, Entry> entries_;      // by meeting id
   std::unordered_map<std::string, std::string> byKey_;  // key path to meeting id
   std::unordered_map<std::string, Known> known_;        // by key path
+  // Whether every file set of the last refresh could be read and serves its meeting, so that known_
+  // names all local entries and nothing else.
+  bool isSettled_ = false;
   std::optional<Instant> indexedAt_;
   std::optional<JSONObject> cloudStatus_;
   std::optional<std::string> configHash_;  // fingerprint of what shaped the index

@@ -92,6 +92,8 @@ class Index::Refresh {
     std::string fault;              // why it could not be read; empty when it could
   };
 
+  bool isAllAsItWas() const;
+  void readAndSettle();
   void listSources();
   void listSource(const JSONObject& source, std::size_t number);
   void recallUnchanged();
@@ -136,6 +138,20 @@ Index::Refresh::Refresh(Index& index, const JSONObject& config, bool force,
 Index::BuildResult Index::Refresh::run() {
   listSources();
   recallUnchanged();
+  if (!isAllAsItWas()) readAndSettle();
+  mergeWebMeetings();
+  count();
+  return std::move(result_);
+}
+
+// Whether the very file sets were listed that were there before, unchanged, each with its meeting
+// served. This is what nearly every refresh finds; nothing of what follows would do anything then.
+bool Index::Refresh::isAllAsItWas() const {
+  return index_.isSettled_ && !readAll_ && listed_.size() == index_.known_.size() &&
+         std::ranges::all_of(listed_, [](const Listed& listed) { return listed.id.has_value(); });
+}
+
+void Index::Refresh::readAndSettle() {
   readUnknown();
   chooseWinners();
   // A file set that waited until now has to be read when the one before it is gone.
@@ -146,10 +162,10 @@ Index::BuildResult Index::Refresh::run() {
   insertWinners();
   nameWaiting();
   dropEntriesWithoutWinner();
+  index_.isSettled_ = std::ranges::all_of(listed_, [this](const Listed& listed) {
+    return listed.fault.empty() && listed.id && isWinner(listed);
+  });
   remember();
-  mergeWebMeetings();
-  count();
-  return std::move(result_);
 }
 
 void Index::Refresh::listSources() {

@@ -361,7 +361,8 @@ void appendLineToFile(const std::string& path, std::string_view line, mode_t per
 std::vector<std::string> globPaths(const std::string& pattern) {
   glob_t found = {};
   std::vector<std::string> paths;
-  if (::glob(pattern.c_str(), 0, nullptr, &found) == 0) {
+  // Sorted below, by bytes; glob(3) would sort by the locale.
+  if (::glob(pattern.c_str(), GLOB_NOSORT, nullptr, &found) == 0) {
     paths.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
   }
   ::globfree(&found);

@@ -103,6 +103,16 @@ std::vector<std::string> answerWithoutMethod(const JSONObject& message) {
   return {writeCompact(faultAnswer(*id, kInvalidRequest, "missing method"))};
 }
 
+// The lines with their line feeds. The usual single one, which may be large, is not copied.
+std::string joinedLines(std::vector<std::string> lines) {
+  std::string joined;
+  for (std::string& line : lines) {
+    line.push_back('\n');
+    joined = joined.empty() ? std::move(line) : joined + line;
+  }
+  return joined;
+}
+
 const JSONObject kNoParams;
 
 // Names, paths and errors as a diagnostic line shows them.
@@ -166,9 +176,7 @@ void Server::run(int input, int output) {
   LineReader lines(input);
   std::string_view line;
   while (lines.next(line)) {
-    std::string answer;
-    for (const std::string& text : handle(line)) answer.append(text).push_back('\n');
-    if (!writeAll(output, answer)) return;
+    if (!writeAll(output, joinedLines(handle(line)))) return;
   }
 }
 
