@@ -24,28 +24,70 @@ bool isAt(const char* place, const PairScan& scan) {
 
 constexpr std::size_t kWidth = 32;  // places looked at together
 
-// One bit for each of the 32 places from `at` at which the pair stands.
-__attribute__((target("avx2"))) inline std::uint32_t placesOf(const char* at,
-                                                              const PairScan& scan) {
-  __m256i both = _mm256_set1_epi8(-1);
+// The bytes of one pair in every lane of a register.
+struct PairLanes {
+  __m256i byte[2];
+  __m256i fold[2];
+  std::size_t offset[2];
+};
+
+__attribute__((target("avx2"))) inline PairLanes lanesOf(const PairScan& scan) {
+  PairLanes lanes;
   for (std::size_t i = 0; i < 2; ++i) {
-    const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + scan.offset[i]));
-    const __m256i folded =
-        _mm256_or_si256(bytes, _mm256_set1_epi8(static_cast<char>(scan.fold[i])));
-    both = _mm256_and_si256(
-        both, _mm256_cmpeq_epi8(folded, _mm256_set1_epi8(static_cast<char>(scan.byte[i]))));
+    lanes.byte[i] = _mm256_set1_epi8(static_cast<char>(scan.byte[i]));
+    lanes.fold[i] = _mm256_set1_epi8(static_cast<char>(scan.fold[i]));
+    lanes.offset[i] = scan.offset[i];
   }
-  return static_cast<std::uint32_t>(_mm256_movemask_epi8(both));
+  return lanes;
 }
 
-__attribute__((target("avx2"))) const char* findPairAVX2(const char* at, const char* end,
-                                                         std::span<const PairScan> scans) {
-  for (; static_cast<std::size_t>(end - at) >= kWidth; at += kWidth) {
-    std::uint32_t places = 0;
-    for (const PairScan& scan : scans) places |= placesOf(at, scan);
-    if (places != 0) return at + std::countr_zero(places);
+// All bits set in the lanes of those of the 32 places from `at` at which the pair stands.
+__attribute__((target("avx2"))) inline __m256i placesOf(const char* at, const PairLanes& pair) {
+  __m256i holds[2];
+  for (std::size_t i = 0; i < 2; ++i) {
+    const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + pair.offset[i]));
+    holds[i] = _mm256_cmpeq_epi8(_mm256_or_si256(bytes, pair.fold[i]), pair.byte[i]);
+  }
+  return _mm256_and_si256(holds[0], holds[1]);
+}
+
+// For a number of pairs that is known here, so that their lanes stay in registers: a word has one
+// script variant or two as a rule. 64 places a turn.
+template <std::size_t Count>
+__attribute__((target("avx2"))) const char* findPairsAVX2(const char* at, const char* end,
+                                                          std::span<const PairScan> scans) {
+  PairLanes pairs[Count];
+  for (std::size_t i = 0; i < Count; ++i) pairs[i] = lanesOf(scans[i]);
+  for (; static_cast<std::size_t>(end - at) >= 2 * kWidth; at += 2 * kWidth) {
+    __m256i low = placesOf(at, pairs[0]);
+    __m256i high = placesOf(at + kWidth, pairs[0]);
+    for (std::size_t i = 1; i < Count; ++i) {
+      low = _mm256_or_si256(low, placesOf(at, pairs[i]));
+      high = _mm256_or_si256(high, placesOf(at + kWidth, pairs[i]));
+    }
+    const __m256i any = _mm256_or_si256(low, high);
+    if (_mm256_testz_si256(any, any) != 0) continue;
+    const auto lowBits = static_cast<std::uint32_t>(_mm256_movemask_epi8(low));
+    const auto highBits = static_cast<std::uint32_t>(_mm256_movemask_epi8(high));
+    return at + std::countr_zero(std::uint64_t{highBits} << kWidth | lowBits);
   }
   return findPairPortably(at, end, scans);
+}
+
+const char* findPairAVX2(const char* at, const char* end, std::span<const PairScan> scans) {
+  switch (scans.size()) {
+    case 1:
+      return findPairsAVX2<1>(at, end, scans);
+    case 2:
+      return findPairsAVX2<2>(at, end, scans);
+    case 3:
+      return findPairsAVX2<3>(at, end, scans);
+    case 4:
+      return findPairsAVX2<4>(at, end, scans);
+    default:  // so many variants has no word; the first place of any of the halves
+      const char* const first = findPairAVX2(at, end, scans.first(4));
+      return findPairAVX2(at, first, scans.subspan(4));
+  }
 }
 
 // Every x86-64 processor has SSE2: sixteen places at a time.

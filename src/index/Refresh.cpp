@@ -225,8 +225,10 @@ std::vector<Index::Refresh::Listed*> Index::Refresh::winnersWithoutEntry() {
 // here, in listing order, as it would with one thread.
 void Index::Refresh::read(const std::vector<Listed*>& listed) {
   std::atomic<std::size_t> done = 0;
+  // From the end of the list, where the newest meetings stand as a rule: what is searched first so
+  // comes to lie together in memory.
   parallelFor(listed.size(), [&](std::size_t number) {
-    readOne(*listed[number]);
+    readOne(*listed[listed.size() - 1 - number]);
     tellProgress(++done, listed.size());
   });
   for (Listed* one : listed) {

@@ -17,6 +17,7 @@ void TextBlock::append(std::string_view text) {
     throw std::length_error("the texts of one meeting exceed 4 GiB");
   }
   if (size() % kStride == 0) landmarks_.push_back(static_cast<std::uint32_t>(bytes_.size()));
+  holdsLineFeeds_ = holdsLineFeeds_ || text.find('\n') != std::string_view::npos;
   bytes_.append(text);
   bytes_.push_back('\n');
   lengths_.append(static_cast<std::uint32_t>(text.size() + 1));
@@ -40,6 +41,14 @@ std::size_t TextBlock::begin(std::size_t index) const {
   for (std::size_t before = index - index % kStride; before < index; ++before)
     offset += lengths_[before];
   return offset;
+}
+
+// Where no text holds a line feed the one before tells, which is quicker than a look at the
+// lengths.
+std::size_t TextBlock::beginOfTextAround(std::size_t offset) const {
+  if (holdsLineFeeds_) return begin(textAt(offset));
+  const std::size_t before = offset > 0 ? bytes_.rfind('\n', offset - 1) : std::string::npos;
+  return before == std::string::npos ? 0 : before + 1;
 }
 
 std::size_t TextBlock::textAt(std::size_t offset) const {

@@ -33,11 +33,14 @@ class TextBlock {
   std::string_view bytes() const { return bytes_; }
   // Offset of the first byte of text number `index` in bytes(); `index` may be size().
   std::size_t begin(std::size_t index) const;
+  // Offset of the first byte of the text that holds the byte at `offset`.
+  std::size_t beginOfTextAround(std::size_t offset) const;
   // Number of the text that holds the byte at `offset`.
   std::size_t textAt(std::size_t offset) const;
 
  private:
   std::string bytes_;
+  bool holdsLineFeeds_ = false;           // whether some text does
   NumberColumn lengths_;                  // of every text, its line feed included
   std::vector<std::uint32_t> landmarks_;  // where every sixteenth text begins
 };

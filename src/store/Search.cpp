@@ -64,37 +64,40 @@ Store::Hit hitAt(const Found& found, const Search::Request& request) {
   return Written(*entry.meeting, request).hit(entry, found.rid);
 }
 
-// The lines that hold all of some words, one after another: from where one word stands the others
-// are looked for, and the farthest of them says which line can be the next at all. A token holds no
-// line feed but every text ends with one, so no match spans two texts.
+// The lines that hold all of some words, one after another: the word that comes last says which
+// line can be the next at all, and the others are looked for from its beginning. A token holds no
+// line feed but every text ends with one, so no match spans two texts. Only for a match is the
+// number of its line looked up.
 class MatchingLines {
  public:
   MatchingLines(const std::vector<QueryToken>& tokens, const TextBlock& texts)
-      : tokens_(tokens), texts_(texts), places_(tokens.size(), 0) {
-    for (std::size_t i = 0; i < tokens_.size(); ++i) places_[i] = tokens_[i].find(texts_.bytes());
+      : tokens_(tokens), texts_(texts) {
+    for (const QueryToken& token : tokens_) places_.push_back(token.find(texts_.bytes()));
   }
 
-  // The next matching line at or after `from`; absent when there is no more.
-  std::optional<std::size_t> next(std::size_t from) {
+  // The next matching line; absent when there is no more.
+  std::optional<std::size_t> next() {
     while (true) {
-      std::size_t farthest = 0;
-      for (std::size_t i = 0; i < tokens_.size(); ++i) {
-        const std::size_t begin = texts_.begin(from);
-        if (places_[i] < begin) places_[i] = tokens_[i].find(texts_.bytes(), begin);
-        if (places_[i] == FoldedNeedle::npos) return std::nullopt;
-        farthest = std::max(farthest, places_[i]);
-        // Whatever comes before the line of this word is of no use.
-        if (i + 1 < tokens_.size()) from = std::max(from, texts_.textAt(places_[i]));
+      const std::size_t last = std::ranges::max(places_);
+      if (last == FoldedNeedle::npos) return std::nullopt;
+      const std::size_t begin = texts_.beginOfTextAround(last);
+      if (std::ranges::min(places_) >= begin) {
+        const std::size_t line = texts_.textAt(last);
+        lookFrom(texts_.begin(line + 1));
+        return line;
       }
-      const std::size_t line = texts_.textAt(farthest);
-      const std::size_t begin = texts_.begin(line);
-      const auto isInLine = [begin](std::size_t place) { return place >= begin; };
-      if (std::ranges::all_of(places_, isInLine)) return line;
-      from = line;
+      lookFrom(begin);
     }
   }
 
  private:
+  // Moves every word that comes before `begin` on to its next place from there on.
+  void lookFrom(std::size_t begin) {
+    for (std::size_t i = 0; i < tokens_.size(); ++i) {
+      if (places_[i] < begin) places_[i] = tokens_[i].find(texts_.bytes(), begin);
+    }
+  }
+
   const std::vector<QueryToken>& tokens_;
   const TextBlock& texts_;
   std::vector<std::size_t> places_;  // where each word comes next
@@ -168,7 +171,7 @@ void Search::searchLines(const Index::Entry& entry, Best& best) const {
   const std::vector<bool> speakers = wantedSpeakers(lines);
   if (std::ranges::find(speakers, true) == speakers.end()) return;
   MatchingLines matching(request_.tokens, lines.texts());
-  for (auto line = matching.next(0); line; line = matching.next(*line + 1)) {
+  for (auto line = matching.next(); line; line = matching.next()) {
     if (speakers[lines.speakerIndex(*line)]) best.add({&entry, lines.tStart(*line), *line});
   }
 }

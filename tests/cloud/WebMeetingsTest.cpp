@@ -449,7 +449,7 @@ TEST_F(WebMeetingsTest, OnlyWhatWasAskedForCountsInEitherCase) {
   EXPECT_EQ(statusOf(meetings), success(2, 2, 0));
   EXPECT_THAT(uuidsOf(meetings), ElementsAre(uuidOf(1), lower));
   EXPECT_EQ(meetings.rows().at(lower).meeting->title, "first");
-  EXPECT_THAT(downloadedIds(), ElementsAre(uuidOf(1), lower));
+  EXPECT_THAT(downloadedIds(), ElementsAre(lower, uuidOf(1)));
 }
 
 // --- failures -----------------------------------------------------------------------------------
@@ -902,13 +902,16 @@ TEST_F(CloudCache, IsIndentedByOneThroughout) {
 }
 
 TEST_F(CloudCache, OfARepeatedMemberTheLastCounts) {
-  const std::string row = R"({"rev": "2", "meeting": {"id": "m", "source": "cloud"}})";
-  folder_.write("cache.json",
-                R"({"a": {"rev": "1", "meeting": {"id": "m", "source": "cloud"}}, "a": )" + row +
-                    R"(, "b": )" + row + R"(, "b": null})");
+  const auto member = [](std::size_t number, const std::string& rev) {
+    const std::string uuid = uuidOf(number);
+    return "\"" + uuid + R"(": {"rev": ")" + rev + R"(", "meeting": {"id": "cloud-)" + uuid +
+           R"(", "source": "cloud"}})";
+  };
+  folder_.write("cache.json", "{" + member(1, "1") + ", " + member(1, "2") + ", " + member(2, "1") +
+                                  ", \"" + uuidOf(2) + "\": null}");
   const WebMeetings::Rows rows = readCloudCache(path_);
   ASSERT_EQ(rows.size(), 1U);
-  EXPECT_EQ(rows.at("a").rev, "2");
+  EXPECT_EQ(rows.at(uuidOf(1)).rev, "2");
 }
 
 TEST_F(CloudCache, AWriteThatFailsThrows) {
@@ -916,8 +919,7 @@ TEST_F(CloudCache, AWriteThatFailsThrows) {
   EXPECT_THROW(writeCloudCache({}, folder_.file("plain/cache.json")), std::system_error);
 }
 
-TEST(CloudCache, RowThatStandsForAnotherMeetingIsLeftOut) {
-  const TemporaryFolder folder;
+TEST_F(CloudCache, RowThatStandsForAnotherMeetingIsLeftOut) {
   const std::string uuid = uuidOf(1);
   const auto row = [](const std::string& key, const std::string& meeting) {
     return "\"" + key + R"(": {"rev": "1", "meeting": )" + meeting + "}";
@@ -932,18 +934,17 @@ TEST(CloudCache, RowThatStandsForAnotherMeetingIsLeftOut) {
                                          row(uuid, meeting("cloud-" + uuid, "recordings", uuid)),
                                          row("nope", meeting("cloud-nope", "cloud", "nope"))};
   for (const std::string& wrong : rows) {
-    EXPECT_TRUE(readCloudCache(folder.write("cache", "{" + wrong + "}")).empty()) << wrong;
+    EXPECT_TRUE(readCloudCache(folder_.write("cache", "{" + wrong + "}")).empty()) << wrong;
   }
   const std::string right =
       row(uuid, meeting("cloud-" + uuid, "cloud", uuidOf(2), R"(, "visibility_hint": "shared")"));
-  const WebMeetings::Rows kept = readCloudCache(folder.write("cache", "{" + right + "}"));
+  const WebMeetings::Rows kept = readCloudCache(folder_.write("cache", "{" + right + "}"));
   ASSERT_EQ(kept.size(), 1U);
   EXPECT_EQ(kept.at(uuid).meeting->cloudId, uuid);
   EXPECT_EQ(kept.at(uuid).meeting->visibilityHint, std::nullopt);
 }
 
-TEST(CloudCache, DeeplyNestedRowsAreNotBlownUpByIndentation) {
-  const TemporaryFolder folder;
+TEST_F(CloudCache, DeeplyNestedRowsAreNotBlownUpByIndentation) {
   WebMeetings::Rows rows;
   const std::string deep = std::string(3000, '[') + std::string(3000, ']');
   for (int number = 1; number <= 5; ++number) {
@@ -953,7 +954,7 @@ TEST(CloudCache, DeeplyNestedRowsAreNotBlownUpByIndentation) {
         std::make_shared<const Meeting>(webMeeting(uuidOf(number), std::move(*object.asObject()))),
         std::nullopt};
   }
-  const std::string path = folder.file("cache");
+  const std::string path = folder_.file("cache");
   writeCloudCache(rows, path);
   EXPECT_LT(std::filesystem::file_size(path), 1'000'000U);
   EXPECT_EQ(readCloudCache(path).size(), 5U);

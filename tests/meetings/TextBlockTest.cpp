@@ -34,6 +34,28 @@ TEST(TextBlock, TextAtFindsTheTextOfEveryByteItsLineFeedIncluded) {
     EXPECT_EQ(block.textAt(i), expected[i]) << i;
 }
 
+TEST(TextBlock, BeginOfTheTextAroundAByteIsThatOfItsText) {
+  for (const TextBlock& block :
+       {blockOf({"ab", "", "c\nd", "\n", "e"}), blockOf({"ab", "", "c"})}) {
+    for (std::size_t i = 0; i < block.bytes().size(); ++i)
+      EXPECT_EQ(block.beginOfTextAround(i), block.begin(block.textAt(i))) << i;
+  }
+}
+
+TEST(TextBlock, FindsItsTextsAcrossItsLandmarks) {
+  TextBlock block;
+  std::string bytes;
+  for (std::size_t i = 0; i < 100; ++i) {
+    const std::string text(i % 7 == 0 ? 300 * i : i % 5, 'x');  // also longer than a byte tells
+    EXPECT_EQ(block.begin(i), bytes.size());
+    block.append(text);
+    bytes += text + "\n";
+    EXPECT_EQ(block[i], text);
+    EXPECT_EQ(block.textAt(bytes.size() - 1), i);
+  }
+  EXPECT_EQ(block.bytes(), bytes);
+}
+
 TEST(TextBlock, BeginOfTheTextAfterTheLastIsTheEndOfTheBytes) {
   const TextBlock block = blockOf({"ab", "c"});
   EXPECT_EQ(block.begin(0), 0U);
