@@ -56,7 +56,7 @@ std::string_view JSONLexer::readDifficultString(const char* start) {
     text = collected_;
   }
   skip();
-  if (!isValidUTF8(text)) {
+  if (!isWellFormed_ && !isValidUTF8(text)) {
     collected_ = repairUTF8(text);
     text = collected_;
   }

@@ -6,6 +6,8 @@
 
 #include <utf8proc.h>
 
+#include "platform/UTF8Blocks.h"
+
 namespace velta {
 namespace {
 
@@ -80,6 +82,7 @@ bool commonThreeByteCharacterAt(std::string_view bytes, std::size_t from) {
 
 // Offset of the first ill-formed part at or after `from`, or the size.
 std::size_t skipWellFormed(std::string_view bytes, std::size_t from) {
+  if (bytes.size() - from >= kUTF8Stretch) from += skipWellFormedBlocks(bytes.substr(from));
   while ((from = skipASCII(bytes, from)) < bytes.size()) {
     while (commonThreeByteCharacterAt(bytes, from)) from += 3;
     if (from == bytes.size() || byteAt(bytes, from) < 0x80) continue;

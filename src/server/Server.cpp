@@ -105,11 +105,10 @@ std::vector<std::string> answerWithoutMethod(const JSONObject& message) {
 
 // The lines with their line feeds. The usual single one, which may be large, is not copied.
 std::string joinedLines(std::vector<std::string> lines) {
-  std::string joined;
-  for (std::string& line : lines) {
-    line.push_back('\n');
-    joined = joined.empty() ? std::move(line) : joined + line;
-  }
+  if (lines.empty()) return "";
+  std::string joined = std::move(lines.front());
+  joined += '\n';
+  for (std::size_t i = 1; i < lines.size(); ++i) joined.append(lines[i]).push_back('\n');
   return joined;
 }
 
