@@ -1,32 +1,16 @@
 #include "json/JSON.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <stdexcept>
 
 namespace velta {
 
-namespace {
-
-// From this many members on an object has a hash index. Below it a walk over the keys is faster.
-constexpr std::size_t kIndexedFrom = 16;
-
-}  // namespace
-
-// JSON ------------------------------------------------------------------------------------------
-
 JSON::JSON(Array value) {
   Array* array = std::make_unique<Array>(std::move(value)).release();
   data_.word = {.kind = Kind::array, .size = kOwnsMemory, .as = {.array = array}};
-}
-
-JSON::JSON(JSONObject value) {
-  JSONObject* object = std::make_unique<JSONObject>(std::move(value)).release();
-  data_.word = {.kind = Kind::object, .size = kOwnsMemory, .as = {.object = object}};
 }
 
 void JSON::setLongString(std::string_view value) {
@@ -66,16 +50,17 @@ void JSON::copyFrom(const JSON& other) {
 
 // Makes this, a null, a copy of `other`, but with nulls in place of the values inside.
 void JSON::copyShallow(const JSON& other) {
-  if (!other.ownsMemory()) {
+  if (!other.ownsMemory() && !other.isInBlock()) {
     data_ = other.data_;
   } else if (const Array* array = other.asArray()) {
-    *this = JSON(Array(array->size()));
+    JSON copy(Array(array->size()));
+    takeFrom(copy);
   } else if (const JSONObject* object = other.asObject()) {
-    JSONObject copy;
-    copy.members_.reserve(object->size());
-    for (const auto& entry : object->members_) copy.members_.emplace_back(JSON(entry.key), nullptr);
-    copy.slots_ = object->slots_;
-    *this = std::move(copy);
+    JSONObject members;
+    members.reserve(object->size());
+    for (const auto& entry : object->members()) members.append(JSON(entry.key), nullptr);
+    JSON copy(std::move(members));
+    takeFrom(copy);
   } else {
     setLongString(other.text());
   }
@@ -92,6 +77,7 @@ void JSON::destroy() noexcept {
   while (const std::size_t count = current.childCount()) {
     JSON& last = current.child(count - 1);
     if (!last.isDeep()) {
+      if (last.ownsMemory()) last.freeMemory();
       current.dropLastChild();
       continue;
     }
@@ -99,7 +85,9 @@ void JSON::destroy() noexcept {
     if (count == 1) {
       current.dropLastChild();
     } else {
-      last = std::move(child.child(0));
+      // What is not deep may end here already, so that nothing of the kind is moved: a text in the
+      // child's block would have to be copied.
+      if (child.child(0).isDeep()) last = std::move(child.child(0));
       child.child(0) = std::move(current);
     }
     current = std::move(child);
@@ -109,27 +97,24 @@ void JSON::destroy() noexcept {
 // Whether it holds containers that are not empty. Looks from the end, where destroy() takes away
 // what it has looked at.
 bool JSON::isDeep() const noexcept {
-  if (const Array* array = asArray()) {
-    return std::any_of(array->rbegin(), array->rend(),
-                       [](const JSON& element) { return element.childCount() > 0; });
-  }
-  if (const JSONObject* object = asObject()) {
-    return std::any_of(object->members_.rbegin(), object->members_.rend(),
-                       [](const auto& entry) { return entry.value.childCount() > 0; });
-  }
-  return false;
+  const auto isFull = [](const JSON& value) { return value.childCount() > 0; };
+  if (const Array* array = asArray()) return std::any_of(array->rbegin(), array->rend(), isFull);
+  if (kind() != Kind::object) return false;
+  const auto members = object_.object.members();
+  return std::any_of(members.rbegin(), members.rend(),
+                     [&](const auto& entry) { return isFull(entry.value); });
 }
 
 // Frees a long string or a container that is not deep, and leaves a null.
 void JSON::freeMemory() noexcept {
-  const Word word = std::exchange(data_, Data{}).word;
+  if (kind() == Kind::object) return endObject();
+  const Word word = data_.word;
   if (word.kind == Kind::array) {
     const std::unique_ptr<Array> array(word.as.array);
-  } else if (word.kind == Kind::object) {
-    const std::unique_ptr<JSONObject> object(word.as.object);
   } else {
     const std::unique_ptr<char[]> longString(word.as.longString);
   }
+  data_ = {};
 }
 
 std::size_t JSON::childCount() const noexcept {
@@ -140,14 +125,14 @@ std::size_t JSON::childCount() const noexcept {
 
 JSON& JSON::child(std::size_t index) const noexcept {
   if (kind() == Kind::array) return (*data_.word.as.array)[index];
-  return data_.word.as.object->members_[index].value;
+  return object_.object.entries()[index].value;
 }
 
 void JSON::dropLastChild() noexcept {
   if (Array* array = asArray()) {
     array->pop_back();
   } else {
-    asObject()->members_.pop_back();
+    object_.object.dropLast();
   }
 }
 
@@ -198,7 +183,7 @@ bool JSON::equalShallow(const JSON& a, const JSON& b) noexcept {
       return a.childCount() == b.childCount();
     case Kind::object:
       return std::ranges::equal(
-          a.asObject()->members_, b.asObject()->members_, {},
+          a.asObject()->members(), b.asObject()->members(), {},
           [](const auto& entry) { return entry.name(); },
           [](const auto& entry) { return entry.name(); });
     case Kind::null:
@@ -227,153 +212,5 @@ bool operator==(const JSON& a, const JSON& b) {
     pending.pop_back();
   }
 }
-
-// JSONObject ------------------------------------------------------------------------------------
-
-// The analyzer loses sight of a long string when the bytes of its value move.
-// NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)
-
-JSONObject::JSONObject(std::initializer_list<std::pair<std::string_view, JSON>> members) {
-  members_.reserve(members.size());
-  for (const auto& [key, value] : members) set(key, value);
-}
-
-const JSON* JSONObject::get(std::string_view key) const noexcept {
-  const std::size_t position = find(key);
-  return position == kAbsent ? nullptr : &members_[position].value;
-}
-
-JSON* JSONObject::get(std::string_view key) noexcept {
-  const std::size_t position = find(key);
-  return position == kAbsent ? nullptr : &members_[position].value;
-}
-
-std::optional<bool> JSONObject::getBool(std::string_view key) const noexcept {
-  const JSON* value = get(key);
-  return value ? value->asBool() : std::nullopt;
-}
-
-std::optional<std::int64_t> JSONObject::getInt(std::string_view key) const noexcept {
-  const JSON* value = get(key);
-  return value ? value->asInt() : std::nullopt;
-}
-
-std::optional<double> JSONObject::getNumber(std::string_view key) const noexcept {
-  const JSON* value = get(key);
-  return value ? value->asNumber() : std::nullopt;
-}
-
-std::optional<std::string_view> JSONObject::getString(std::string_view key) const noexcept {
-  const JSON* value = get(key);
-  return value ? value->asString() : std::nullopt;
-}
-
-const JSON::Array* JSONObject::getArray(std::string_view key) const noexcept {
-  const JSON* value = get(key);
-  return value ? value->asArray() : nullptr;
-}
-
-const JSONObject* JSONObject::getObject(std::string_view key) const noexcept {
-  const JSON* value = get(key);
-  return value ? value->asObject() : nullptr;
-}
-
-void JSONObject::set(std::string_view key, JSON value) {
-  if (JSON* present = get(key)) {
-    *present = std::move(value);
-  } else {
-    append(key, std::move(value));
-  }
-}
-
-JSONObject JSONObject::fromPairs(JSON* begin, JSON* end) {
-  JSONObject object;
-  const auto count = static_cast<std::size_t>(end - begin) / 2;
-  object.members_.reserve(count);
-  for (JSON* key = begin; key != end; key += 2) {
-    const std::size_t position = object.find(*key);
-    if (position == kAbsent) {
-      object.append(std::move(key[0]), std::move(key[1]));
-    } else {
-      object.members_[position].value = std::move(key[1]);
-    }
-  }
-  return object;
-}
-
-void JSONObject::erase(std::string_view key) {
-  const std::size_t position = find(key);
-  if (position == kAbsent) return;
-  members_.erase(members_.begin() + static_cast<std::ptrdiff_t>(position));
-  rebuildIndex();
-}
-
-std::vector<std::string> JSONObject::keys() const {
-  std::vector<std::string> keys;
-  keys.reserve(size());
-  for (const Entry& entry : members_) keys.emplace_back(entry.name());
-  return keys;
-}
-
-bool operator==(const JSONObject& a, const JSONObject& b) {
-  return std::ranges::equal(a.members_, b.members_, [](const auto& left, const auto& right) {
-    return left.name() == right.name() && left.value == right.value;
-  });
-}
-
-// The slot where the search for `key` begins.
-std::size_t JSONObject::firstSlot(std::string_view key) const noexcept {
-  return std::hash<std::string_view>()(key) & (slots_.size() - 1);
-}
-
-// Position of `key` in members_, or kAbsent.
-std::size_t JSONObject::find(std::string_view key) const noexcept {
-  if (slots_.empty()) {
-    const auto found =
-        std::ranges::find(members_, key, [](const Entry& entry) { return entry.name(); });
-    return found == members_.end() ? kAbsent : static_cast<std::size_t>(found - members_.begin());
-  }
-  for (std::size_t slot = firstSlot(key); slots_[slot] != 0; slot = nextSlot(slot)) {
-    const std::size_t position = slots_[slot] - 1;
-    if (members_[position].name() == key) return position;
-  }
-  return kAbsent;
-}
-
-// The same for a key that is a value already: its text need not be looked at byte by byte.
-std::size_t JSONObject::find(const JSON& key) const noexcept {
-  if (!slots_.empty()) return find(key.text());
-  for (std::size_t position = 0; position < size(); ++position) {
-    if (members_[position].key.sameText(key)) return position;
-  }
-  return kAbsent;
-}
-
-// Adds a member whose key is not there yet.
-void JSONObject::append(JSON&& key, JSON&& value) {
-  members_.emplace_back(std::move(key), std::move(value));
-  if (size() < kIndexedFrom) return;
-  if (2 * size() > slots_.size()) {
-    rebuildIndex();
-  } else {
-    enterIntoIndex(size() - 1);
-  }
-}
-
-void JSONObject::enterIntoIndex(std::size_t position) {
-  std::size_t slot = firstSlot(members_[position].name());
-  while (slots_[slot] != 0) slot = nextSlot(slot);
-  slots_[slot] = static_cast<std::uint32_t>(position + 1);
-}
-
-// Makes slots_ fit members_, with room for as many again.
-void JSONObject::rebuildIndex() {
-  slots_.clear();
-  if (size() < kIndexedFrom) return;
-  slots_.resize(std::bit_ceil(4 * size()));
-  for (std::size_t position = 0; position < size(); ++position) enterIntoIndex(position);
-}
-
-// NOLINTEND(clang-analyzer-cplusplus.NewDeleteLeaks)
 
 }  // namespace velta

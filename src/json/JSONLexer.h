@@ -1,7 +1,9 @@
-// JSONLexer: the words of JSON text, one after another, for the parser of JSONParser.h.
+// JSONLexer: the words of JSON text, for the parser of JSONParser.h.
 //
-// It holds a cursor into bytes that outlive it. Every function that reads throws JSONParseError on
-// a fault.
+// Every function that reads takes the place where a word begins and tells the place behind it, so
+// that the parser's place is a variable of its own, which stays in a register: as a member of the
+// lexer it made every word wait for memory. Places are pointers into the bytes, which outlive the
+// lexer. What reads throws JSONParseError on a fault.
 #pragma once
 
 #include <cstddef>
@@ -10,75 +12,68 @@
 #include <string_view>
 
 #include "json/Scan.h"
-#include "platform/Text.h"
 
 namespace velta {
 
 class JSONLexer {
  public:
-  explicit JSONLexer(std::string_view bytes)
-      : begin_(bytes.data()),
-        at_(begin_),
-        end_(begin_ + bytes.size()),
-        isWellFormed_(isValidUTF8(bytes)) {}
+  explicit JSONLexer(std::string_view bytes);
 
-  bool atEnd() const { return at_ == end_; }
-  // The byte at the cursor, which is not at the end.
-  char peek() const { return *at_; }
-  // Whether `byte` stands at the cursor.
-  bool isAt(char byte) const { return at_ != end_ && *at_ == byte; }
-  void skip() { ++at_; }
+  const char* begin() const { return begin_; }
+  const char* end() const { return end_; }
+  // Whether `byte` stands at `at`.
+  bool isAt(const char* at, char byte) const { return at != end_ && *at == byte; }
 
-  void skipWhiteSpace() {
+  const char* skipWhiteSpace(const char* at) const {
     // None and one are by far the most frequent; longer runs are indentation.
-    if (at_ == end_ || !isSpace(*at_)) return;
-    ++at_;
-    if (at_ != end_ && isSpace(*at_)) at_ = findNonSpace(at_, end_);
+    if (at == end_ || isVisible(*at)) return at;
+    if (*at == ' ' && at + 1 != end_ && isVisible(at[1])) return at + 1;
+    return skipIndentation(at);
   }
 
-  // Goes past `word`, whose first letter stands at the cursor.
-  void readWord(std::string_view word);
+  // Goes past `word`, whose first letter stands at `at`.
+  const char* readWord(const char* at, std::string_view word) const;
 
-  // The text of the string whose opening quote stands at the cursor, as well-formed UTF-8. The view
-  // is of the input or of a buffer: it is valid until the next string is read.
-  std::string_view readString() {
-    const char* const start = ++at_;
-    at_ = isWellFormed_ ? findStringEnd(start, end_) : findStringEndOrNonASCII(start, end_);
-    if (at_ != end_ && *at_ == '"') return {start, at_++};
-    return readDifficultString(start);
+  struct Text {
+    std::string_view text;
+    const char* next;
+  };
+  // The text of the string whose opening quote stands at `at`, as well-formed UTF-8. The view is of
+  // the input or of a buffer: it is valid until the next string is read.
+  Text readString(const char* at) {
+    const char* const start = at + 1;
+    const char* const stop = findStringEnd(start, end_);
+    if (wellFormed_ && isAt(stop, '"')) return {{start, stop}, stop + 1};
+    return readDifficultString(start, stop);
   }
 
   struct Number {
     bool isInteger;
     std::int64_t integer;
     double number;
+    const char* next;
   };
-  // The number at the cursor; whatever begins nothing else counts as a faulty number.
-  Number readNumber();
+  // The number at `start`; whatever begins nothing else counts as a faulty number.
+  Number readNumber(const char* start) const;
 
-  // Throws JSONParseError: `text` and the cursor's place.
-  [[noreturn]] void fail(std::string_view text) const;
+  // Throws JSONParseError: `text` and the place.
+  [[noreturn]] void fail(const char* at, std::string_view text) const;
 
  private:
-  static bool isSpace(char byte) {
-    return static_cast<unsigned char>(byte) <= ' ' &&
-           (byte == ' ' || byte == '\n' || byte == '\r' || byte == '\t');
-  }
-  std::string_view readDifficultString(const char* start);
-  void collectEscapedString(const char* start);
-  void readEscape();
-  void readUnicodeEscape();
-  std::uint32_t readHexDigits();
-  bool skipUnicodeEscapeStart();
-  std::size_t readDigits(std::uint64_t& value);
-  Number readUnusualNumber();
+  // Neither white space nor a control character.
+  static bool isVisible(char byte) { return static_cast<unsigned char>(byte) > ' '; }
+  const char* skipIndentation(const char* at) const;
+  Text readDifficultString(const char* start, const char* stop);
+  const char* collectEscapedString(const char* start, const char* at);
+  const char* readEscape(const char* at);
+  const char* readUnicodeEscape(const char* at);
+  std::uint32_t readHexDigits(const char* at) const;
+  bool isUnicodeEscape(const char* at) const;
+  Number readUnusualNumber(const char* start) const;
 
   const char* begin_;
-  const char* at_;
   const char* end_;
-  // Whether all of the input is UTF-8, as nearly every input is: then no string has to be looked at
-  // for that, and the look at all of it at once takes a fraction of the time.
-  const bool isWellFormed_;
+  bool wellFormed_;        // the whole input is well-formed UTF-8, so its strings are
   std::string collected_;  // the last string with escapes or with ill-formed UTF-8
 };
 

@@ -17,7 +17,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "json/JSON.h"
@@ -47,159 +49,185 @@ class JSONBuilder {
   void onBool(bool value) { values_.emplace_back(value); }
   void onInt(std::int64_t value) { values_.emplace_back(value); }
   void onDouble(double value) { values_.emplace_back(value); }
-  void onString(std::string_view value) { values_.emplace_back(value); }
+  void onString(std::string_view value) {
+    if (value.size() > JSON::kShortCapacity && value.size() <= kLongestWaiting) {
+      values_.emplace_back().waitAt(texts_.size(), value.size());
+      texts_ += value;
+    } else {
+      values_.emplace_back(value);
+    }
+  }
   void onKey(std::string_view key) { values_.emplace_back(key); }
-  void onObjectBegin() { open_.push_back(values_.size()); }
+  void onObjectBegin() { onArrayBegin(); }
   void onObjectEnd();
-  void onArrayBegin() { open_.push_back(values_.size()); }
+  void onArrayBegin() { open_.push_back({values_.size(), texts_.size()}); }
   void onArrayEnd();
 
   // The finished value; call it once, after the value's last event.
   JSON take();
 
  private:
+  // Longer texts have memory of their own at once: to copy them twice would cost more than that.
+  static constexpr std::size_t kLongestWaiting = 1024;
+
+  // Where in values_ and texts_ an open container begins.
+  struct Open {
+    std::size_t values;
+    std::size_t texts;
+  };
+  Open close();
+
   // What is in no finished container yet: the elements, and the keys and values in turn, of all
   // the open containers. A container that ends takes its part off the end, knowing its size.
   std::vector<JSON> values_;
-  std::vector<std::size_t> open_;  // where in values_ each open container begins
+  std::string texts_;  // those of values_ that wait
+  std::vector<Open> open_;
 };
 
-// The grammar. It keeps no more than a bit for each level it is in.
+// The grammar. It keeps no more than a byte for each level it is in.
 template <class Handler>
 class JSONEventParser {
  public:
   JSONEventParser(std::string_view bytes, Handler& handler) : lexer_(bytes), handler_(handler) {}
 
   void parseDocument() {
-    lexer_.skipWhiteSpace();
-    while (parseValue() || goToNextValue()) {
-    }
-    lexer_.skipWhiteSpace();
-    if (!lexer_.atEnd()) lexer_.fail("trailing characters");
+    const char* at = lexer_.skipWhiteSpace(lexer_.begin());
+    do {
+      if (inside_ == Container::object) at = parseKey(at);
+      at = parseValue(at);
+    } while (goToNextValue(at));
+    if (at != lexer_.end()) lexer_.fail(at, "trailing characters");
   }
 
  private:
-  // Takes a whole value, or the beginning of an array or object up to its first value. True when
-  // the cursor is at such a first value.
-  bool parseValue() {
-    if (lexer_.atEnd()) lexer_.fail("unexpected end");
-    switch (lexer_.peek()) {
+  enum class Container : std::uint8_t { none, array, object };
+
+  // Those that return a place take the one that they begin at and tell the one behind what they
+  // took.
+
+  // A scalar or an empty container; or the beginning of another one, up to its first key or value.
+  const char* parseValue(const char* at) {
+    if (at == lexer_.end()) {
+      lexer_.fail(at, inside_ == Container::array ? "unexpected end in array" : "unexpected end");
+    }
+    switch (*at) {
       case '"':
-        handler_.onString(lexer_.readString());
-        return false;
+        return parseString(at);
       case '{':
-        return openObject();
+        return beginObject(at);
       case '[':
-        return openArray();
+        return beginArray(at);
       case 't':
-        lexer_.readWord("true");
+        at = lexer_.readWord(at, "true");
         handler_.onBool(true);
-        return false;
+        return at;
       case 'f':
-        lexer_.readWord("false");
+        at = lexer_.readWord(at, "false");
         handler_.onBool(false);
-        return false;
+        return at;
       case 'n':
-        lexer_.readWord("null");
+        at = lexer_.readWord(at, "null");
         handler_.onNull();
-        return false;
+        return at;
       default:
-        parseNumber();
-        return false;
+        return parseNumber(at);
     }
   }
 
-  void parseNumber() {
-    const JSONLexer::Number number = lexer_.readNumber();
+  const char* parseString(const char* at) {
+    const auto [text, next] = lexer_.readString(at);
+    handler_.onString(text);
+    return next;
+  }
+
+  const char* parseNumber(const char* at) {
+    const JSONLexer::Number number = lexer_.readNumber(at);
     if (number.isInteger) {
       handler_.onInt(number.integer);
     } else {
       handler_.onDouble(number.number);
     }
+    return number.next;
   }
 
-  bool openObject() {
-    lexer_.skip();
+  const char* beginObject(const char* at) {
     handler_.onObjectBegin();
-    lexer_.skipWhiteSpace();
-    if (lexer_.isAt('}')) {
-      lexer_.skip();
-      handler_.onObjectEnd();
-      return false;
+    at = lexer_.skipWhiteSpace(at + 1);
+    if (!lexer_.isAt(at, '}')) {
+      enter(Container::object);
+      return at;
     }
-    inObject_.push_back(true);
-    parseKey();
-    return true;
-  }
-
-  bool openArray() {
-    lexer_.skip();
-    handler_.onArrayBegin();
-    lexer_.skipWhiteSpace();
-    if (lexer_.isAt(']')) {
-      lexer_.skip();
-      handler_.onArrayEnd();
-      return false;
-    }
-    if (lexer_.atEnd()) lexer_.fail("unexpected end in array");
-    inObject_.push_back(false);
-    return true;
-  }
-
-  // After a value: leaves the arrays and objects that end here. False at the end of the document.
-  bool goToNextValue() {
-    while (!inObject_.empty()) {
-      lexer_.skipWhiteSpace();
-      if (inObject_.back() ? continueObject() : continueArray()) return true;
-      inObject_.pop_back();
-    }
-    return false;
-  }
-
-  // Takes a comma and the next key, or the closing brace (then false).
-  bool continueObject() {
-    if (lexer_.isAt(',')) {
-      lexer_.skip();
-      lexer_.skipWhiteSpace();
-      parseKey();
-      return true;
-    }
-    if (lexer_.atEnd()) lexer_.fail("unexpected end in object");
-    if (lexer_.peek() != '}') lexer_.fail("expected , or }");
-    lexer_.skip();
     handler_.onObjectEnd();
-    return false;
+    return at + 1;
   }
 
-  // Takes a comma, or the closing bracket (then false).
-  bool continueArray() {
-    if (lexer_.isAt(',')) {
-      lexer_.skip();
-      lexer_.skipWhiteSpace();
-      if (lexer_.atEnd()) lexer_.fail("unexpected end in array");
-      return true;
+  const char* beginArray(const char* at) {
+    handler_.onArrayBegin();
+    at = lexer_.skipWhiteSpace(at + 1);
+    if (!lexer_.isAt(at, ']')) {
+      enter(Container::array);
+      return at;
     }
-    if (lexer_.atEnd()) lexer_.fail("unexpected end in array");
-    if (lexer_.peek() != ']') lexer_.fail("expected , or ]");
-    lexer_.skip();
     handler_.onArrayEnd();
-    return false;
+    return at + 1;
+  }
+
+  void enter(Container container) {
+    outer_.push_back(inside_);
+    inside_ = container;
+    atFirst_ = true;
   }
 
   // A key with its colon, up to the value.
-  void parseKey() {
-    if (lexer_.atEnd()) lexer_.fail("unexpected end in object");
-    if (lexer_.peek() != '"') lexer_.fail("expected a key");
-    handler_.onKey(lexer_.readString());
-    lexer_.skipWhiteSpace();
-    if (!lexer_.isAt(':')) lexer_.fail("expected :");
-    lexer_.skip();
-    lexer_.skipWhiteSpace();
+  const char* parseKey(const char* at) {
+    if (at == lexer_.end()) lexer_.fail(at, "unexpected end in object");
+    if (*at != '"') lexer_.fail(at, "expected a key");
+    const auto [key, next] = lexer_.readString(at);
+    handler_.onKey(key);
+    at = lexer_.isAt(next, ':') ? next : lexer_.skipWhiteSpace(next);
+    if (!lexer_.isAt(at, ':')) lexer_.fail(at, "expected :");
+    return lexer_.skipWhiteSpace(at + 1);
+  }
+
+  // From behind what parseValue took to the next key or value, by way of the ends of containers.
+  // False at the end of the document.
+  bool goToNextValue(const char*& at) {
+    if (std::exchange(atFirst_, false)) return true;
+    for (;;) {
+      if (!lexer_.isAt(at, ',')) at = lexer_.skipWhiteSpace(at);
+      if (inside_ == Container::none) return false;
+      if (lexer_.isAt(at, ',')) {
+        at = lexer_.skipWhiteSpace(at + 1);
+        return true;
+      }
+      at = endContainer(at);
+    }
+  }
+
+  // The closing bracket of the innermost container, which has to be there.
+  const char* endContainer(const char* at) {
+    const bool isObject = inside_ == Container::object;
+    if (at == lexer_.end()) {
+      lexer_.fail(at, isObject ? "unexpected end in object" : "unexpected end in array");
+    }
+    if (*at != (isObject ? '}' : ']')) {
+      lexer_.fail(at, isObject ? "expected , or }" : "expected , or ]");
+    }
+    if (isObject) {
+      handler_.onObjectEnd();
+    } else {
+      handler_.onArrayEnd();
+    }
+    inside_ = outer_.back();
+    outer_.pop_back();
+    return at + 1;
   }
 
   JSONLexer lexer_;
   Handler& handler_;
-  std::vector<bool> inObject_;  // for each open container, the outermost first
+  Container inside_ = Container::none;  // the innermost open one
+  std::vector<Container> outer_;        // what each open container is in, the outermost first
+  bool atFirst_ = false;  // parseValue has stopped at a container's first key or value
 };
 
 template <class Handler>

@@ -18,6 +18,8 @@
 #include <arm_neon.h>
 #endif
 
+#include "json/PartialWords.h"
+
 namespace velta {
 
 constexpr std::size_t kBlockSize = 16;
@@ -40,15 +42,12 @@ class PortableBlock {
   }
   void store(char* to) const { std::memcpy(to, bytes_.data(), kBlockSize); }
 
-  // All bits set in each byte that is `wanted`, none in the others; the same for the next two.
+  // All bits set in each byte that is `wanted`, none in the others; the same for the next.
   PortableBlock equal(char wanted) const {
     return map([wanted](std::uint8_t byte) { return byte == static_cast<std::uint8_t>(wanted); });
   }
   PortableBlock below(std::uint8_t limit) const {
     return map([limit](std::uint8_t byte) { return byte < limit; });
-  }
-  PortableBlock nonASCII() const {
-    return map([](std::uint8_t byte) { return byte >= 0x80; });
   }
   PortableBlock operator|(const PortableBlock& other) const {
     PortableBlock block;
@@ -60,7 +59,9 @@ class PortableBlock {
     return map([](std::uint8_t byte) { return byte == 0; });
   }
 
-  // Of a comparison: the number of bytes before the first that is set, 16 when none is.
+  // Of a comparison: whether any byte is set, and the number of bytes before the first that is, 16
+  // when none is.
+  bool anySet() const { return firstSet() < kBlockSize; }
   std::size_t firstSet() const {
     std::size_t i = 0;
     while (i < kBlockSize && bytes_[i] == 0) ++i;
@@ -77,35 +78,6 @@ class PortableBlock {
 
   std::array<std::uint8_t, kBlockSize> bytes_{};
 };
-
-// Less than sixteen bytes as two little-endian words, by loads that overlap instead of a loop.
-struct PartialWords {
-  std::uint64_t low = 0;
-  std::uint64_t high = 0;
-};
-
-template <class Word>
-std::uint64_t loadWord(const char* bytes) {
-  Word word;
-  std::memcpy(&word, bytes, sizeof word);
-  return word;
-}
-
-inline PartialWords loadPartialWords(const char* bytes, std::size_t count) {
-  const auto at = [&](std::size_t i) {
-    return std::uint64_t{static_cast<std::uint8_t>(bytes[i])} << (8 * i);
-  };
-  if (count > 8) {
-    return {loadWord<std::uint64_t>(bytes),
-            loadWord<std::uint64_t>(bytes + count - 8) >> (8 * (kBlockSize - count))};
-  }
-  if (count >= 4) {
-    return {loadWord<std::uint32_t>(bytes) | loadWord<std::uint32_t>(bytes + count - 4)
-                                                 << (8 * (count - 4))};
-  }
-  if (count == 0) return {};
-  return {at(0) | at(count / 2) | at(count - 1)};
-}
 
 #if defined(__SSE2__)
 
@@ -128,11 +100,11 @@ class SSE2Block {
     const __m128i highest = _mm_set1_epi8(static_cast<char>(limit - 1));
     return SSE2Block(_mm_cmpeq_epi8(_mm_min_epu8(bytes_, highest), bytes_));
   }
-  SSE2Block nonASCII() const { return SSE2Block(_mm_cmplt_epi8(bytes_, _mm_setzero_si128())); }
   SSE2Block operator|(SSE2Block other) const {
     return SSE2Block(_mm_or_si128(bytes_, other.bytes_));
   }
   SSE2Block operator~() const { return SSE2Block(_mm_cmpeq_epi8(bytes_, _mm_setzero_si128())); }
+  bool anySet() const { return _mm_movemask_epi8(bytes_) != 0; }
   std::size_t firstSet() const {
     const auto mask = static_cast<std::uint32_t>(_mm_movemask_epi8(bytes_));
     return static_cast<std::size_t>(std::countr_zero(mask | (1U << kBlockSize)));
@@ -163,18 +135,18 @@ class NEONBlock {
   NEONBlock below(std::uint8_t limit) const {
     return NEONBlock(vcltq_u8(bytes_, vdupq_n_u8(limit)));
   }
-  NEONBlock nonASCII() const { return NEONBlock(vcgeq_u8(bytes_, vdupq_n_u8(0x80))); }
   NEONBlock operator|(NEONBlock other) const { return NEONBlock(vorrq_u8(bytes_, other.bytes_)); }
   NEONBlock operator~() const { return NEONBlock(vmvnq_u8(bytes_)); }
-  // NEON has no bit mask of bytes; shifting pairs right by four leaves four bits a byte.
-  std::size_t firstSet() const {
-    const uint8x8_t nibbles = vshrn_n_u16(vreinterpretq_u16_u8(bytes_), 4);
-    const std::uint64_t mask = vget_lane_u64(vreinterpret_u64_u8(nibbles), 0);
-    return static_cast<std::size_t>(std::countr_zero(mask)) / 4;
-  }
+  bool anySet() const { return nibbles() != 0; }
+  std::size_t firstSet() const { return static_cast<std::size_t>(std::countr_zero(nibbles())) / 4; }
 
  private:
   explicit NEONBlock(uint8x16_t bytes) : bytes_(bytes) {}
+  // NEON has no bit mask of bytes; shifting pairs right by four leaves four bits a byte.
+  std::uint64_t nibbles() const {
+    const uint8x8_t halves = vshrn_n_u16(vreinterpretq_u16_u8(bytes_), 4);
+    return vget_lane_u64(vreinterpret_u64_u8(halves), 0);
+  }
   uint8x16_t bytes_;
 };
 using Block = NEONBlock;
@@ -196,25 +168,24 @@ B escapable(B block) {
 template <class B, class Test>
 const char* findByte(const char* at, const char* end, Test test) {
   while (static_cast<std::size_t>(end - at) >= kBlockSize) {
-    const std::size_t first = test(B::load(at)).firstSet();
-    if (first < kBlockSize) return at + first;
+    const B found = test(B::load(at));
+    if (found.anySet()) return at + found.firstSet();
     at += kBlockSize;
   }
   const auto left = static_cast<std::size_t>(end - at);
   return at + std::min(test(B::loadPart(at, left)).firstSet(), left);
 }
 
-// The first quote, backslash or non-ASCII byte.
-template <class B = Block>
-const char* findStringEndOrNonASCII(const char* at, const char* end) {
-  return findByte<B>(
-      at, end, [](B block) { return block.equal('"') | block.equal('\\') | block.nonASCII(); });
-}
-
 // The first quote or backslash.
 template <class B = Block>
 const char* findStringEnd(const char* at, const char* end) {
   return findByte<B>(at, end, [](B block) { return block.equal('"') | block.equal('\\'); });
+}
+
+// The first byte that is not a blank.
+template <class B = Block>
+const char* findNonBlank(const char* at, const char* end) {
+  return findByte<B>(at, end, [](B block) { return ~block.equal(' '); });
 }
 
 // The first byte that is not one of JSON's four white spaces.

@@ -1,9 +1,12 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -208,6 +211,46 @@ TEST(JSONParser, EveryOtherNumberIsTheNearestDouble) {
   EXPECT_TRUE(std::signbit(*parseJSON("-0e5").asDouble()));
 }
 
+// Digits of every count, with a point at every place or without one, before whatever may follow and
+// at every distance from the end of the input, where fewer bytes can be looked at together.
+TEST(JSONParser, NumbersOfEveryLengthAreReadAlikeWhereverTheyStand) {
+  const std::string digits = "98765432109876543210";
+  for (std::size_t count = 1; count <= digits.size(); ++count) {
+    for (std::size_t point = 0; point < count; ++point) {
+      for (const char* sign : {"", "-"}) {
+        std::string number = sign + digits.substr(0, count);
+        if (point > 0) number.insert(number.size() - point, ".");
+        const JSON alone = parseJSON(number);
+        if (point > 0 || count > 18) {
+          ASSERT_EQ(alone.asNumber(), std::strtod(number.c_str(), nullptr)) << number;
+        } else {
+          ASSERT_EQ(alone.asInt(), std::strtoll(number.c_str(), nullptr, 10)) << number;
+        }
+        for (const char* next : {",", " ", "]", "\n", "x", "\"", ".", "e", "-", "\xC3\xA9"}) {
+          for (std::size_t rest = 0; rest < 12; ++rest) {
+            // In exact memory, so that a sanitizer sees a read behind it.
+            const std::string text = "[" + number + next + std::string(rest, ' ');
+            const std::vector<char> bytes(text.begin(), text.end());
+            const std::string fault = faultOf({bytes.data(), bytes.size()});
+            const auto place = [&](std::size_t i) { return " at byte " + std::to_string(i); };
+            const std::size_t behind = 1 + number.size();
+            const std::string expected =
+                *next == ','                    ? "unexpected end in array" + place(text.size())
+                : *next == ' ' || *next == '\n' ? "unexpected end in array" + place(text.size())
+                : *next == ']'                  ? ""
+                : *next == 'e'                  ? "bad number " + number + "e" + place(behind + 1)
+                : *next == '-'                  ? "bad number " + number + "-" + place(behind + 1)
+                : *next == '.' && point > 0     ? "bad number " + number + "." + place(behind + 1)
+                : *next == '.'                  ? "unexpected end in array" + place(text.size())
+                                                : "expected , or ]" + place(behind);
+            ASSERT_EQ(fault, expected) << text;
+          }
+        }
+      }
+    }
+  }
+}
+
 TEST(JSONParser, ANumberEndsAtTheEndOfTheInputEvenInTheMiddleOfABuffer) {
   const std::string_view buffer = "12345";
   EXPECT_EQ(parseJSON(buffer.substr(0, 3)), JSON(123));
@@ -293,6 +336,108 @@ TEST(JSONParser, ARepeatedKeyKeepsItsFirstPlaceAndTakesTheLastValue) {
   const JSON value = parseJSON(R"({"b":1,"a":2,"b":3})");
   EXPECT_EQ(writeCompact(value), R"({"b":3,"a":2})");
   EXPECT_EQ(writeCompact(parseJSON(R"({"a":1,"\u0061":2})")), R"({"a":2})");
+}
+
+// Texts of every length and with every number of members: those of a small object lie in its own
+// memory.
+struct ParsedTexts {
+  static constexpr std::array<std::size_t, 9> kLengths = {0, 1, 14, 15, 16, 200, 1023, 1024, 1025};
+
+  explicit ParsedTexts(std::size_t members) {
+    std::string bytes = "{";
+    for (std::size_t i = 0; i < members; ++i) {
+      texts.emplace_back(kLengths[i % kLengths.size()], static_cast<char>('a' + i % 26));
+      bytes += (i == 0 ? "" : ",") + ("\"" + keyOf(i)) + "\":\"" + texts.back() + "\"";
+    }
+    object = *parseJSON(bytes + "}").asObject();
+    value = parseJSON(bytes + "}");
+  }
+  static std::string keyOf(std::size_t i) { return "key " + std::to_string(i); }
+
+  std::vector<std::string> texts;
+  JSONObject object;  // a copy of the value
+  JSON value;
+};
+
+TEST(ParsedTexts, AreReadCopiedAndCompared) {
+  for (std::size_t members = 0; members < 40; ++members) {
+    const ParsedTexts parsed(members);
+    ASSERT_EQ(parsed.value.asObject()->size(), members);
+    ASSERT_EQ(*parsed.value.asObject(), parsed.object);
+    for (std::size_t i = 0; i < members; ++i) {
+      ASSERT_EQ(parsed.object.getString(ParsedTexts::keyOf(i)), parsed.texts[i]);
+    }
+  }
+}
+
+TEST(ParsedTexts, OutliveTheObjectThatTheyAreTakenFrom) {
+  for (const std::size_t members : {1U, 9U, 15U, 16U, 30U}) {
+    std::vector<JSON> taken;
+    ParsedTexts parsed(members);
+    for (const auto& [key, value] : *parsed.value.asObject()) taken.push_back(std::move(value));
+    parsed.value = nullptr;
+    for (std::size_t i = 0; i < members; ++i) ASSERT_EQ(taken[i].asString(), parsed.texts[i]);
+  }
+}
+
+TEST(ParsedTexts, MayBeReplacedErasedAndMovedToOtherObjects) {
+  ParsedTexts parsed(9);
+  JSONObject object = std::move(*parsed.value.asObject());
+  EXPECT_TRUE(parsed.value.asObject()->empty());
+  const auto textOf = [](const JSONObject& of, std::size_t i) {
+    return of.getString(ParsedTexts::keyOf(i));
+  };
+  object.set(ParsedTexts::keyOf(5), "short");
+  object.erase(ParsedTexts::keyOf(6));
+  JSONObject other;
+  other.set(ParsedTexts::keyOf(7), std::move(*object.get(ParsedTexts::keyOf(7))));
+  for (int i = 0; i < 30; ++i) object.set("more " + std::to_string(i), i);  // moves to a new block
+  EXPECT_EQ(textOf(object, 3), parsed.texts[3]);
+  EXPECT_EQ(textOf(object, 5), "short");
+  EXPECT_EQ(textOf(object, 6), std::nullopt);
+  EXPECT_TRUE(object.get(ParsedTexts::keyOf(7))->isNull());
+  object = {};
+  EXPECT_EQ(textOf(other, 7), parsed.texts[7]);
+}
+
+// What the thread sanitizer is to see, where there is one.
+TEST(ParsedTexts, MayEndInDifferentThreads) {
+  for (int round = 0; round < 200; ++round) {
+    ParsedTexts parsed(9);
+    std::array<JSON, 2> taken = {std::move(*parsed.value.asObject()->get(ParsedTexts::keyOf(5))),
+                                 std::move(*parsed.value.asObject()->get(ParsedTexts::keyOf(6)))};
+    std::vector<std::thread> threads;
+    threads.reserve(taken.size());
+    for (JSON& text : taken) threads.emplace_back([&text] { text = nullptr; });
+    parsed.value = nullptr;
+    for (std::thread& thread : threads) thread.join();
+  }
+}
+
+TEST(ParsedTexts, OfARepeatedKeyTheLastCounts) {
+  const std::string last(60, 'l');
+  for (const std::string before : {R"("a":"the first of two texts")", R"("a":1,"b":"another text")",
+                                   R"("a":["in an array, too long"],"b":{})"}) {
+    const std::string bytes = std::string("{").append(before).append(R"(,"a":")") + last + "\"}";
+    const JSON value = parseJSON(bytes);
+    EXPECT_EQ(value.asObject()->getString("a"), last);
+    EXPECT_EQ(value.asObject()->keys().front(), "a");
+  }
+}
+
+TEST(ParsedTexts, OfNestedContainersDoNotMix) {
+  const auto text = [](char letter) { return std::string(20, letter); };
+  const auto quoted = [&](char letter) { return "\"" + text(letter) + "\""; };
+  const JSON value = parseJSON("[" + quoted('a') + R"(,{"b":)" + quoted('b') + R"(,"list":[)" +
+                               quoted('c') + R"(,{"d":)" + quoted('d') + "}," + quoted('e') +
+                               R"(],"f":)" + quoted('f') + "}," + quoted('g') + "]");
+  const JSON expected = JSON::Array{
+      text('a'),
+      JSONObject{{"b", text('b')},
+                 {"list", JSON::Array{text('c'), JSONObject{{"d", text('d')}}, text('e')}},
+                 {"f", text('f')}},
+      text('g')};
+  EXPECT_EQ(value, expected);
 }
 
 TEST(JSONParser, RepeatedKeysOfLargeObjectsAreMergedToo) {

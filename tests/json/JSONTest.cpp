@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <random>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -275,6 +277,54 @@ TEST(JSONObject, LongKeysAreFoundLikeShortOnes) {
   object.set(kLongText, 3);
   EXPECT_EQ(object.size(), 2U);
   EXPECT_EQ(object.getInt(kLongText), 3);
+}
+
+// A list of members whose every operation walks over all of them.
+class NaiveObject {
+ public:
+  void set(const std::string& key, const JSON& value) {
+    const auto found = find(key);
+    if (found != members_.end()) {
+      found->second = value;
+    } else {
+      members_.emplace_back(key, value);
+    }
+  }
+  void erase(const std::string& key) {
+    const auto found = find(key);
+    if (found != members_.end()) members_.erase(found);
+  }
+  const std::vector<std::pair<std::string, JSON>>& members() const { return members_; }
+
+ private:
+  std::vector<std::pair<std::string, JSON>>::iterator find(const std::string& key) {
+    return std::ranges::find(members_, key, &std::pair<std::string, JSON>::first);
+  }
+  std::vector<std::pair<std::string, JSON>> members_;
+};
+
+TEST(JSONObject, AgreesWithAListOfMembersAfterEveryChange) {
+  std::mt19937 random(7);
+  for (const unsigned keys : {3U, 20U, 60U}) {
+    JSONObject object;
+    NaiveObject naive;
+    for (int step = 0; step < 600; ++step) {
+      const std::string key = std::string(random() % 20, 'k') + std::to_string(random() % keys);
+      if (random() % 3 == 0) {
+        object.erase(key);
+        naive.erase(key);
+      } else {
+        const JSON value = std::string(random() % 30, 'v');
+        object.set(key, value);
+        naive.set(key, value);
+      }
+      if (step % 50 == 0) object = JSONObject(object);
+      std::vector<std::pair<std::string, JSON>> seen;
+      for (const auto& [name, value] : object) seen.emplace_back(name, value);
+      ASSERT_EQ(seen, naive.members());
+      for (const auto& [name, value] : naive.members()) ASSERT_EQ(*object.get(name), value);
+    }
+  }
 }
 
 // Sizes on both sides of the point from which on keys are hashed, and of the table's growth.
