@@ -3,7 +3,6 @@
 // that a handler composes by hand and the parser's own are the same.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,15 +12,13 @@
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
 #include "platform/Text.h"
+#include "support/Require.h"
 
 namespace {
 
 using velta::JSON;
 using velta::JSONObject;
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
+using velta::fuzz::require;
 
 // Composes a value through the public interface alone.
 class Composer {
@@ -31,11 +28,11 @@ class Composer {
   void onInt(std::int64_t value) { put(value); }
   void onDouble(double value) { put(value); }
   void onString(std::string_view value) {
-    require(velta::isValidUTF8(value));
+    require(velta::isValidUTF8(value), "a string is UTF-8");
     put(value);
   }
   void onKey(std::string_view key) {
-    require(velta::isValidUTF8(key));
+    require(velta::isValidUTF8(key), "a key is UTF-8");
     open_.back().key = key;
   }
   void onObjectBegin() { open_.push_back({JSONObject(), ""}); }
@@ -72,6 +69,15 @@ class Composer {
 // "Infinity" can be written, for a number such as 1e999, but not read.
 bool isReadable(const std::string& text) { return text.find("Infinity") == std::string::npos; }
 
+// The two ways to indented text inside a string.
+void requireSameTextInAString(const JSONObject& object) {
+  std::string once;
+  velta::appendIndentedQuoted(once, object, 1);
+  std::string twice;
+  velta::appendQuoted(twice, velta::writeIndented(object, 1));
+  require(once == twice, "a text inside a string is the text, quoted", once);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -83,16 +89,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   const JSON copy = value;
-  require(copy == value);
+  require(copy == value, "a copy is equal");
   Composer composer;
   velta::parseJSONEvents(bytes, composer);
-  require(composer.result == value);
+  require(composer.result == value, "a composed value is the parsed one");
 
   const std::string compact = velta::writeCompact(value);
-  require(velta::isValidUTF8(compact));
+  require(velta::isValidUTF8(compact), "what is written is UTF-8");
   if (!isReadable(compact)) return 0;
-  require(velta::parseJSON(compact) == value);
-  require(velta::writeCompact(velta::parseJSON(compact)) == compact);
-  require(velta::parseJSON(velta::writeIndented(value, 1)) == value);
+  const JSON fromCompact = velta::parseJSON(compact);
+  require(fromCompact == value, "compact text is the same value", compact);
+  require(velta::writeCompact(fromCompact) == compact, "compact text is written again", compact);
+  const std::string indented = velta::writeIndented(value, 1);
+  const JSON fromIndented = velta::parseJSON(indented);
+  require(fromIndented == value, "indented text is the same value", indented);
+  require(velta::writeIndented(fromIndented, 1) == indented, "indented text is written again",
+          indented);
+  requireSameTextInAString({{"value", value}});
   return 0;
 }

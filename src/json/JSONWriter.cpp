@@ -18,11 +18,17 @@ namespace {
 
 constexpr std::size_t kNumberRoom = 32;  // more than any number needs: -1.7976931348623157e+308
 
+// Whether the text that is written stands by itself or in a JSON string, where its quotes,
+// backslashes and line feeds have escapes of their own.
+enum class Place { byItself, inString };
+
 // Gathers what is written in a small buffer, through a raw pointer, and appends it to a string when
 // the buffer is full and at the end: twice as fast as appending each piece to the string.
 class Output {
  public:
-  explicit Output(std::string& out) : out_(out) {}
+  explicit Output(std::string& out, Place place = Place::byItself) : out_(out), place_(place) {}
+
+  bool isInString() const { return place_ == Place::inString; }
 
   // Room for `count` bytes, at most kCapacity; advance() says how many of them were used.
   char* reserve(std::size_t count) {
@@ -30,8 +36,10 @@ class Output {
     return buffer_.data() + size_;
   }
   void advance(std::size_t count) { size_ += count; }
-  // Bytes written so far, with what was there before.
-  std::size_t written() const { return out_.size() + size_; }
+  // Tells that `count` bytes are there only because the text stands in a string.
+  void addSurplus(std::size_t count) { surplus_ += count; }
+  // Bytes of the text so far, without that surplus.
+  std::size_t written() const { return out_.size() - begin_ + size_ - surplus_; }
   void flush() {
     out_.append(buffer_.data(), size_);
     size_ = 0;
@@ -45,6 +53,11 @@ class Output {
     std::memcpy(reserve(shortText.size()), shortText.data(), shortText.size());
     advance(shortText.size());
   }
+  void putLineFeed() {
+    if (!isInString()) return put('\n');
+    put("\\n");
+    addSurplus(1);
+  }
   void putSpaces(std::size_t count) {
     for (std::size_t part = 0; count > 0; count -= part) {
       part = std::min(count, kCapacity);
@@ -57,6 +70,9 @@ class Output {
   static constexpr std::size_t kCapacity = 16384;
 
   std::string& out_;
+  const Place place_;
+  const std::size_t begin_ = out_.size();
+  std::size_t surplus_ = 0;
   std::array<char, kCapacity> buffer_;  // not initialised, on purpose
   std::size_t size_ = 0;
 };
@@ -107,10 +123,10 @@ void putDouble(Output& out, double value) {
   if (fixed && std::find(start, end, '.') == end) out.put(".0");
 }
 
-constexpr std::size_t kLongestEscape = 6;  // \u001f
+constexpr std::size_t kLongestEscape = 7;  // \\u001f, in a string
 
-// Writes the escape of `byte` to `to` and tells where it ends.
-char* writeEscape(char* to, char byte) {
+// Writes the escape of `byte` to `to`, which is in `out`, and tells where it ends.
+char* writeEscape(char* to, char byte, Output& out) {
   const auto letter = [&]() -> char {
     switch (byte) {
       case '"':
@@ -131,6 +147,12 @@ char* writeEscape(char* to, char byte) {
     }
   }();
   *to++ = '\\';
+  if (out.isInString()) {
+    // This backslash gets another one, and so does the quote or backslash behind it.
+    const std::size_t surplus = letter == byte ? 2 : 1;
+    to = std::fill_n(to, surplus, '\\');
+    out.addSurplus(surplus);
+  }
   *to++ = letter;
   if (letter != 'u') return to;
   constexpr std::string_view kHexDigits = "0123456789abcdef";
@@ -142,35 +164,49 @@ char* writeEscape(char* to, char byte) {
   return to;
 }
 
-// Writes `text` with its escapes to `to`, which has room for kLongestEscape times its size and one
-// block, and tells where it ends.
-char* writeEscaped(char* to, std::string_view text) {
+// Writes `text` with its escapes to `to`, which is in `out` and has room for kLongestEscape times
+// its size and one block, and tells where it ends.
+char* writeEscaped(char* to, std::string_view text, Output& out) {
   const char* at = text.data();
   const char* const end = at + text.size();
   while (at != end) {
-    const std::size_t count = std::min(static_cast<std::size_t>(end - at), kBlockSize);
-    const Block block = count == kBlockSize ? Block::load(at) : Block::loadPart(at, count);
+    const auto left = static_cast<std::size_t>(end - at);
+    const Block block = left >= kBlockSize ? Block::load(at) : Block::loadPart(at, left);
     block.store(to);
-    const std::size_t plain = std::min(escapable(block).firstSet(), count);
-    at += plain;
-    to += plain;
-    if (plain < count) to = writeEscape(to, *at++);
+    const std::size_t plain = escapable(block).firstSet();
+    if (plain >= left) return to + left;
+    if (plain == kBlockSize) {
+      at += kBlockSize;  // a constant: the next block need not wait until `plain` is known
+      to += kBlockSize;
+    } else {
+      at += plain;
+      to = writeEscape(to + plain, *at++, out);
+    }
   }
+  return to;
+}
+
+char* writeQuote(char* to, Output& out) {
+  if (out.isInString()) {
+    *to++ = '\\';
+    out.addSurplus(1);
+  }
+  *to++ = '"';
   return to;
 }
 
 void putQuoted(Output& out, std::string_view text) {
   constexpr std::size_t kSlice = 2048;  // so that the room for nothing but escapes is in the buffer
-  constexpr std::size_t kQuotes = 2;
+  constexpr std::size_t kQuotes = 4;    // bytes, in a string
   bool first = true;
   do {
     const std::string_view slice = text.substr(0, kSlice);
     text.remove_prefix(slice.size());
     char* const start = out.reserve(kLongestEscape * slice.size() + kBlockSize + kQuotes);
     char* to = start;
-    if (std::exchange(first, false)) *to++ = '"';
-    to = writeEscaped(to, slice);
-    if (text.empty()) *to++ = '"';
+    if (std::exchange(first, false)) to = writeQuote(to, out);
+    to = writeEscaped(to, slice, out);
+    if (text.empty()) to = writeQuote(to, out);
     out.advance(static_cast<std::size_t>(to - start));
   } while (!text.empty());
 }
@@ -183,8 +219,8 @@ constexpr std::size_t kMaxIndentationShare = 8;
 class Writer {
  public:
   // `width` spaces a level, or compact.
-  Writer(std::string& out, std::optional<int> width)
-      : out_(out),
+  Writer(std::string& out, std::optional<int> width, Place place = Place::byItself)
+      : out_(out, place),
         indented_(width.has_value()),
         width_(static_cast<std::size_t>(width.value_or(0))) {}
 
@@ -276,7 +312,7 @@ class Writer {
 
   void breakLine() {
     if (!indented_) return;
-    out_.put('\n');
+    out_.putLineFeed();
     out_.putSpaces(levels_.size() * width_);
     indentation_ += levels_.size() * width_;
     // Blanks grow with the square of the depth: 100 KB of brackets would become 5 GB of them.
@@ -331,6 +367,12 @@ void appendIndented(std::string& out, const JSON& value, int width) {
 
 void appendIndented(std::string& out, const JSONObject& object, int width) {
   Writer(out, width).write(object);
+}
+
+void appendIndentedQuoted(std::string& out, const JSONObject& object, int width) {
+  out += '"';
+  Writer(out, width, Place::inString).write(object);
+  out += '"';
 }
 
 void appendQuoted(std::string& out, std::string_view text) {

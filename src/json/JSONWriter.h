@@ -30,6 +30,10 @@ void appendCompact(std::string& out, const JSONObject& object);
 void appendIndented(std::string& out, const JSON& value, int width);
 void appendIndented(std::string& out, const JSONObject& object, int width);
 
+// What appendQuoted(out, writeIndented(object, width)) appends, without that text in between. `out`
+// holds a part of it when this throws.
+void appendIndentedQuoted(std::string& out, const JSONObject& object, int width);
+
 // `text` as a JSON string, quotes included, appended to `out`.
 void appendQuoted(std::string& out, std::string_view text);
 

@@ -17,6 +17,8 @@ namespace {
 
 constexpr double kRefreshSeconds = 120;  // between two refreshes, where the user says nothing else
 
+constexpr int kIndentation = 2;  // of the text of an answer
+
 constexpr std::string_view kToolsChanged =
     R"({"jsonrpc":"2.0","method":"notifications/tools/list_changed"})";
 
@@ -176,15 +178,9 @@ const Row* handlerOf(std::string_view tool) {
   return row != std::end(kHandlers) ? row : nullptr;
 }
 
-// The "content" of a result that is one text.
-JSON::Array textContent(std::string_view text) {
-  JSONObject item;
-  item.set("text", text);
-  item.set("type", "text");
-  JSON::Array content;
-  content.emplace_back(std::move(item));
-  return content;
-}
+// The "content" of a result that is one text stands around that text.
+constexpr std::string_view kBeforeText = R"([{"text":)";
+constexpr std::string_view kAfterText = R"(,"type":"text"}])";
 
 std::string executionError(const std::string& tool, const std::string& cause) {
   return "Error executing tool " + tool + ": " + cause;
@@ -194,7 +190,7 @@ const JSONObject kNoArguments;
 
 }  // namespace
 
-JSONObject Dispatch::call(const JSONObject& params, std::vector<std::string>& queue) {
+Result Dispatch::call(const JSONObject& params, std::vector<std::string>& queue) {
   const std::string tool(params.getString("name").value_or(""));
   const JSONObject* given = params.getObject("arguments");
   const JSONObject& arguments = given ? *given : kNoArguments;
@@ -237,23 +233,25 @@ std::string Dispatch::refusal(std::string_view tool, const Permission& needed) c
   return message;
 }
 
-JSONObject Dispatch::succeeded(const std::string& tool, const JSONObject& arguments,
-                               JSONObject result) {
-  JSON::Array content = textContent(writeIndented(result, 2));  // may throw: then nothing was ok
+Result Dispatch::succeeded(const std::string& tool, const JSONObject& arguments,
+                           JSONObject answer) {
+  std::string content(kBeforeText);
+  appendIndentedQuoted(content, answer, kIndentation);  // may throw: then nothing was ok
+  content += kAfterText;
   state_.agents.record(state_.client, tool, arguments, Agents::Outcome::ok);
-  // Set one by one: a braced list would copy the result, which may be large.
-  JSONObject envelope;
-  envelope.set("content", std::move(content));
-  envelope.set("isError", false);
-  envelope.set("structuredContent", std::move(result));
-  return envelope;
+  JSONObject members = {{"isError", false}};
+  members.set("structuredContent", std::move(answer));  // a braced list would copy it
+  return {std::move(members), std::move(content)};
 }
 
-JSONObject Dispatch::failed(const std::string& tool, const JSONObject& arguments,
-                            Agents::Outcome outcome, std::string_view message) {
+Result Dispatch::failed(const std::string& tool, const JSONObject& arguments,
+                        Agents::Outcome outcome, std::string_view message) {
   const std::string text = repairUTF8(message);  // paths in it may hold any bytes
   state_.agents.record(state_.client, tool, arguments, outcome, text);
-  return {{"content", textContent(text)}, {"isError", true}};
+  std::string content(kBeforeText);
+  appendQuoted(content, text);
+  content += kAfterText;
+  return {JSONObject{{"isError", true}}, std::move(content)};
 }
 
 }  // namespace velta

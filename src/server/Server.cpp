@@ -49,16 +49,25 @@ constexpr Fault kInvalidRequest = {-32600, "Invalid Request"};
 constexpr Fault kMethodNotFound = {-32601, "Method not found"};
 constexpr Fault kUnsupportedVersion = {-32022, "Unsupported protocol version"};
 
-JSONObject faultAnswer(const JSON& id, Fault fault, std::optional<JSON> data = std::nullopt) {
+std::string faultLine(const JSON& id, Fault fault, std::optional<JSON> data = std::nullopt) {
   JSONObject error = {{"code", fault.code}, {"message", fault.message}};
   if (data) error.set("data", *std::move(data));
-  return {{"jsonrpc", "2.0"}, {"id", id}, {"error", std::move(error)}};
+  return writeCompact(JSONObject{{"jsonrpc", "2.0"}, {"id", id}, {"error", std::move(error)}});
 }
 
-JSONObject resultAnswer(const JSON& id, JSONObject result) {
-  JSONObject answer = {{"jsonrpc", "2.0"}, {"id", id}};
-  answer.set("result", std::move(result));  // a braced list would copy it
-  return answer;
+// The line that answers with `result`.
+std::string resultLine(const JSON& id, const Result& result) {
+  std::string line;
+  line.reserve(2 * result.content.size());  // most often enough for the same once more, compact
+  line += R"({"jsonrpc":"2.0","id":)";
+  appendCompact(line, id);
+  line += R"(,"result":)";
+  if (!result.content.empty()) line.append(R"({"content":)").append(result.content);
+  const std::size_t brace = line.size();
+  appendCompact(line, result.members);
+  if (!result.content.empty()) line[brace] = ',';  // it goes on with the other members
+  line += '}';
+  return line;
 }
 
 JSONObject serverInfo() { return {{"name", "velta"}, {"version", kVersion}}; }
@@ -100,7 +109,7 @@ std::optional<JSON> messageOf(std::string_view line) {
 std::vector<std::string> answerWithoutMethod(const JSONObject& message) {
   const JSON* id = message.get("id");
   if (!id || message.has("result") || message.has("error")) return {};
-  return {writeCompact(faultAnswer(*id, kInvalidRequest, "missing method"))};
+  return {faultLine(*id, kInvalidRequest, "missing method")};
 }
 
 // The lines with their line feeds. The usual single one, which may be large, is not copied.
@@ -183,7 +192,7 @@ std::vector<std::string> Server::handle(std::string_view line) {
   const std::string_view text = trimWhiteSpace(line);
   if (text.empty()) return {};
   const std::optional<JSON> parsed = messageOf(text);
-  if (!parsed) return {writeCompact(faultAnswer(nullptr, kParseError))};
+  if (!parsed) return {faultLine(nullptr, kParseError)};
 
   const JSONObject& message = *parsed->asObject();
   const auto method = message.getString("method");
@@ -194,22 +203,22 @@ std::vector<std::string> Server::handle(std::string_view line) {
 
   const JSONObject* params = message.getObject("params");
   std::vector<std::string> lines;
-  const JSONObject answer = respond(*method, params ? *params : kNoParams, *id, lines);
-  lines.push_back(writeCompact(answer));
+  std::string answer = respond(*method, params ? *params : kNoParams, *id, lines);
+  lines.push_back(std::move(answer));
   return lines;
 }
 
-JSONObject Server::respond(std::string_view method, const JSONObject& params, const JSON& id,
-                           std::vector<std::string>& queue) {
+std::string Server::respond(std::string_view method, const JSONObject& params, const JSON& id,
+                            std::vector<std::string>& queue) {
   const auto version = versionOfRequest(params);
   if (version && !isRequestVersion(*version))
-    return faultAnswer(id, kUnsupportedVersion,
-                       JSONObject{{"supported", requestVersions()}, {"requested", *version}});
+    return faultLine(id, kUnsupportedVersion,
+                     JSONObject{{"supported", requestVersions()}, {"requested", *version}});
   const Method* known = methodNamed(method);
-  if (!known) return faultAnswer(id, kMethodNotFound, method);
-  JSONObject result = (this->*known->answer)(params, queue);
-  if (version) decorate(result, known->decoration);
-  return resultAnswer(id, std::move(result));
+  if (!known) return faultLine(id, kMethodNotFound, method);
+  Result result = (this->*known->answer)(params, queue);
+  if (version) decorate(result.members, known->decoration);
+  return resultLine(id, result);
 }
 
 const Server::Method* Server::methodNamed(std::string_view name) {
@@ -227,26 +236,26 @@ void Server::decorate(JSONObject& result, Decoration decoration) {
   result.set("_meta", JSONObject{{kServerInfoMember, serverInfo()}});
 }
 
-JSONObject Server::initialize(const JSONObject& params, std::vector<std::string>&) {
+Result Server::initialize(const JSONObject& params, std::vector<std::string>&) {
   const auto requested = params.getString("protocolVersion").value_or("");
   negotiated_ = isSessionVersion(requested) ? requested : kDefaultVersion;
-  return {{"capabilities", capabilities()},
-          {"instructions", kInstructions},
-          {"protocolVersion", negotiated_},
-          {"serverInfo", serverInfo()}};
+  return JSONObject{{"capabilities", capabilities()},
+                    {"instructions", kInstructions},
+                    {"protocolVersion", negotiated_},
+                    {"serverInfo", serverInfo()}};
 }
 
-JSONObject Server::discover(const JSONObject&, std::vector<std::string>&) {
-  return {{"resultType", "complete"},
-          {"supportedVersions", requestVersions()},
-          {"capabilities", capabilities()},
-          {"_meta", JSONObject{{kServerInfoMember, serverInfo()}}},
-          {"instructions", kInstructions}};
+Result Server::discover(const JSONObject&, std::vector<std::string>&) {
+  return JSONObject{{"resultType", "complete"},
+                    {"supportedVersions", requestVersions()},
+                    {"capabilities", capabilities()},
+                    {"_meta", JSONObject{{kServerInfoMember, serverInfo()}}},
+                    {"instructions", kInstructions}};
 }
 
-JSONObject Server::ping(const JSONObject&, std::vector<std::string>&) { return {}; }
+Result Server::ping(const JSONObject&, std::vector<std::string>&) { return JSONObject(); }
 
-JSONObject Server::listTools(const JSONObject&, std::vector<std::string>&) {
+Result Server::listTools(const JSONObject&, std::vector<std::string>&) {
   const AgentPermissions permissions = state_.agents.lookUp(state_.client);
   state_.listed = ToolSchemas::visible(permissions, state_.adminStats);
   JSONObject result;
@@ -254,20 +263,20 @@ JSONObject Server::listTools(const JSONObject&, std::vector<std::string>&) {
   return result;
 }
 
-JSONObject Server::callTool(const JSONObject& params, std::vector<std::string>& queue) {
+Result Server::callTool(const JSONObject& params, std::vector<std::string>& queue) {
   return dispatch_.call(params, queue);
 }
 
-JSONObject Server::listPrompts(const JSONObject&, std::vector<std::string>&) {
-  return {{"prompts", JSON::Array()}};
+Result Server::listPrompts(const JSONObject&, std::vector<std::string>&) {
+  return JSONObject{{"prompts", JSON::Array()}};
 }
 
-JSONObject Server::listResources(const JSONObject&, std::vector<std::string>&) {
-  return {{"resources", JSON::Array()}};
+Result Server::listResources(const JSONObject&, std::vector<std::string>&) {
+  return JSONObject{{"resources", JSON::Array()}};
 }
 
-JSONObject Server::listResourceTemplates(const JSONObject&, std::vector<std::string>&) {
-  return {{"resourceTemplates", JSON::Array()}};
+Result Server::listResourceTemplates(const JSONObject&, std::vector<std::string>&) {
+  return JSONObject{{"resourceTemplates", JSON::Array()}};
 }
 
 }  // namespace velta

@@ -37,26 +37,26 @@ class Server {
   // answers of the client.
   std::vector<std::string> handle(std::string_view line);
 
-  // The answer to one request. Lines that must go out before it are appended to `queue`.
-  JSONObject respond(std::string_view method, const JSONObject& params, const JSON& id,
-                     std::vector<std::string>& queue);
+  // The line that answers one request. Lines that must go out before it are appended to `queue`.
+  std::string respond(std::string_view method, const JSONObject& params, const JSON& id,
+                      std::vector<std::string>& queue);
 
  private:
   // Each answers the method of its name.
-  JSONObject initialize(const JSONObject& params, std::vector<std::string>& queue);
-  JSONObject discover(const JSONObject& params, std::vector<std::string>& queue);
-  JSONObject ping(const JSONObject& params, std::vector<std::string>& queue);
-  JSONObject listTools(const JSONObject& params, std::vector<std::string>& queue);
-  JSONObject callTool(const JSONObject& params, std::vector<std::string>& queue);
-  JSONObject listPrompts(const JSONObject& params, std::vector<std::string>& queue);
-  JSONObject listResources(const JSONObject& params, std::vector<std::string>& queue);
-  JSONObject listResourceTemplates(const JSONObject& params, std::vector<std::string>& queue);
+  Result initialize(const JSONObject& params, std::vector<std::string>& queue);
+  Result discover(const JSONObject& params, std::vector<std::string>& queue);
+  Result ping(const JSONObject& params, std::vector<std::string>& queue);
+  Result listTools(const JSONObject& params, std::vector<std::string>& queue);
+  Result callTool(const JSONObject& params, std::vector<std::string>& queue);
+  Result listPrompts(const JSONObject& params, std::vector<std::string>& queue);
+  Result listResources(const JSONObject& params, std::vector<std::string>& queue);
+  Result listResourceTemplates(const JSONObject& params, std::vector<std::string>& queue);
 
   // What a method's result gets in the form in which every request names its version.
   enum class Decoration { none, plain, withCacheHint };
   struct Method {
     std::string_view name;
-    JSONObject (Server::*answer)(const JSONObject&, std::vector<std::string>&);
+    Result (Server::*answer)(const JSONObject&, std::vector<std::string>&);
     Decoration decoration;
   };
   static const Method kMethods[];

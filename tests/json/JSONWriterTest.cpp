@@ -184,8 +184,9 @@ TEST(JSONWriter, AppendsBehindWhatIsThere) {
   appendCompact(out, JSONObject{{"a", 1}});
   appendIndented(out, JSON(JSON::Array{}), 2);
   appendIndented(out, JSONObject{{"a", 1}}, 1);
+  appendIndentedQuoted(out, {}, 2);
   appendQuoted(out, "q");
-  EXPECT_EQ(out, "x[1]{\"a\":1}[]{\n \"a\": 1\n}\"q\"");
+  EXPECT_EQ(out, "x[1]{\"a\":1}[]{\n \"a\": 1\n}\"{}\"\"q\"");
 }
 
 // Values at random, small in number and size but of all kinds.
@@ -244,6 +245,41 @@ TEST(JSONWriter, WhatIsWrittenReadsBackAsTheSameValue) {
   }
 }
 
+std::string indentedInQuotes(const JSONObject& object, int width) {
+  std::string out;
+  appendIndentedQuoted(out, object, width);
+  return out;
+}
+
+TEST(JSONWriter, IndentedQuotedEscapesTheEscapesToo) {
+  const JSONObject object{{"a\"", "\\\n\x01"}, {"b", JSON::Array{}}, {"c", JSONObject{}}};
+  EXPECT_EQ(indentedInQuotes(object, 1),
+            R"("{\n \"a\\\"\": \"\\\\\\n\\u0001\",\n \"b\": [],\n \"c\": {}\n}")");
+  EXPECT_EQ(indentedInQuotes({}, 2), R"("{}")");
+}
+
+TEST(JSONWriter, IndentedQuotedIsTheIndentedTextQuoted) {
+  RandomValues values;
+  for (int i = 0; i < 500; ++i) {
+    const JSONObject object{{"a", values.next()}, {"\"\n", values.next()}};
+    for (const int width : {0, 1, 2}) {
+      ASSERT_EQ(indentedInQuotes(object, width), inQuotes(writeIndented(object, width)));
+    }
+  }
+}
+
+TEST(JSONWriter, IndentedQuotedTakesLongTextsOfEscapesAndDeepNesting) {
+  for (const std::size_t length : {2047U, 2048U, 2049U, 100000U}) {
+    for (const char byte : {'\x01', '"', '\\', '\n', 'a'}) {
+      const JSONObject object{{"text", std::string(length, byte)}};
+      EXPECT_TRUE(indentedInQuotes(object, 2) == inQuotes(writeIndented(object, 2)))
+          << length << " times " << static_cast<int>(byte);
+    }
+  }
+  const JSONObject deep{{"a", parseJSON(std::string(1000, '[') + "1" + std::string(1000, ']'))}};
+  EXPECT_TRUE(indentedInQuotes(deep, 2) == inQuotes(writeIndented(deep, 2)));
+}
+
 TEST(JSONWriter, WritesAFileWithItsDirectory) {
   const std::string root = testing::TempDir() + "velta-json-writer";
   const std::string path = root + "/a/b/file.json";
@@ -271,6 +307,24 @@ TEST(JSONWriter, DeepNestingIsRefusedWithIndentationOnceBlanksAreNearlyAllOfIt) 
   EXPECT_EQ(writeIndented(nested(1000), 2).size(), 2'004'001U);
   EXPECT_THROW(writeIndented(nested(100'000), 2), std::length_error);
   EXPECT_EQ(writeCompact(nested(100'000)).size(), 200'001U);
+}
+
+// The limit compares blanks with what they indent, not with what escaping makes of it: either way
+// of writing refuses the same values.
+TEST(JSONWriter, TheLimitOfIndentationIsTheSameInAString) {
+  constexpr int kWidth = 4096;
+  constexpr std::size_t kLines = 8500;  // 66 MiB of blanks
+  const auto quotesOnEveryLine = [](std::size_t quotes) {
+    return JSONObject{{"a", JSON::Array(kLines, std::string(quotes, '"'))}};
+  };
+  const JSONObject tooShort = quotesOnEveryLine(400);
+  EXPECT_THROW(writeIndented(tooShort, kWidth), std::length_error);
+  EXPECT_THROW(indentedInQuotes(tooShort, kWidth), std::length_error);
+  std::string afterOthers(std::size_t{64} * 1024 * 1024, 'x');
+  EXPECT_THROW(appendIndentedQuoted(afterOthers, tooShort, kWidth), std::length_error);
+  const JSONObject longEnough = quotesOnEveryLine(600);
+  EXPECT_NO_THROW(writeIndented(longEnough, kWidth));
+  EXPECT_NO_THROW(indentedInQuotes(longEnough, kWidth));
 }
 
 }  // namespace
