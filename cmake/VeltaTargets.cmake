@@ -16,6 +16,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # GCC 12 sees overlapping copies in plain string concatenation (GCC bug 105651).
   target_compile_options(velta_flags INTERFACE -Wno-restrict)
 endif()
+include(VeltaHardening)
 if(VELTA_SANITIZE)
   target_compile_options(velta_flags INTERFACE
     -fsanitize=${VELTA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
