@@ -56,7 +56,7 @@ std::string usage() {
 
 std::string unknownArguments(const std::vector<std::string>& unknown) {
   std::string text = "velta-mcp: unknown argument";
-  for (const std::string& argument : unknown) text.append(" ").append(argument);
+  for (const std::string& argument : unknown) text.append(" ").append(visibleOnOneLine(argument));
   return text + ". Next step: see velta-mcp --help";
 }
 

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <system_error>
 #include <variant>
+#include <vector>
 
 #include "cloud/ConnectionKey.h"
 #include "cloud/WebMeetings.h"
@@ -68,18 +69,28 @@ int status(const Cloud& cloud, const Print& print) {
 int disconnect(const Config& config, const Print& print) {
   const std::string path = keyFile(config);
   removeUnfinishedKeys(config);
+  removeStaleTemporariesOfHome(config);  // they may hold a key, or meetings of the cache
   if (!fileStatus(path)) {
     print(std::string(kNothingSaved));
     return kDone;
   }
   removeFile(path);
   removeFile(WebMeetings::cacheFile(config));
-  removeStaleTemporaries(config.home);  // a cache that was being written when its server was killed
   print("Deleted " + path + ". Also press 撤銷 on 連接 AI so the key stops working everywhere");
   return kDone;
 }
 
 }  // namespace
+
+void removeStaleTemporariesOfHome(const Config& config) {
+  const std::string unfinishedKey = "." + lastComponent(keyFile(config)) + ".";
+  std::vector<std::string> directories = directoriesOfLinkedFiles(config.home);
+  directories.push_back(config.home);
+  for (const std::string& directory : directories) {
+    removeStaleTemporaries(directory);
+    removeStaleTemporaries(directory, unfinishedKey);
+  }
+}
 
 int cloudCommand(const std::string& action,
                  const std::function<std::optional<std::string>()>& askForKey, const Cloud& cloud,

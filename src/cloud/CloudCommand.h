@@ -10,6 +10,10 @@
 
 namespace velta {
 
+// Removes the temporary files that killed programs left directly in the data home and beside the
+// files to which links in it lead, unfinished keys too; not those of writes that are under way.
+void removeStaleTemporariesOfHome(const Config& config);
+
 // Does `action`, and hands each line of output, without line feed, to `print`. `askForKey` is asked
 // for the key by "connect" only. Returns the exit status: 0 when it worked, 1 when it did not.
 int cloudCommand(const std::string& action,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <limits>
 #include <system_error>
@@ -31,6 +32,10 @@ constexpr std::string_view kCallGetMeeting = "Call get_meeting with meeting_id";
 constexpr std::string_view kNotInIndex =
     "Processing finished but the meeting is not in the index. Most likely mcp-config.json has no "
     "recordings source; add one (see mcp/config.example.json) and call again";
+
+constexpr std::string_view kRunningWithoutRecord =
+    "The pipeline is running, but its job record could not be saved, so get_job will not find it. "
+    "Do not start it again; the meeting appears in list_meetings when it is done. Cause: ";
 
 constexpr std::string_view kPrivate = "private";
 constexpr int kIndent = 2;
@@ -119,7 +124,9 @@ void writeSession(const std::string& folder, const std::string& startedAt,
   JSONObject session{
       {"started_at", startedAt}, {"visibility", kPrivate}, {"source", "mcp:process_recording"}};
   if (title && !title->empty()) session.set("title", *title);
-  writeJSONFile(session, joinPath(folder, "session.json"), kIndent);
+  // By way of the folder above, so that what a kill leaves is found without looking into them all.
+  writeFileAtomicallyFrom(parentPath(folder), joinPath(folder, "session.json"),
+                          writeIndented(session, kIndent));
 }
 
 pid_t start(const std::vector<std::string>& arguments, const Environment& environment,
@@ -155,10 +162,26 @@ JSONObject objectIn(const std::string& bytes) {
   return {};
 }
 
+void writeRecord(const JSONObject& record, const std::string& path) {
+  try {
+    writeJSONFile(record, path, kIndent);
+  } catch (const std::system_error& error) {
+    const std::string what = error.what();  // it ends in the system's text, which comes again
+    const std::size_t end = what.rfind(": " + error.code().message());
+    throw std::system_error(error.code(), std::string(kRunningWithoutRecord) + what.substr(0, end));
+  }
+}
+
+// A file of a job; throws std::system_error also for a link to somewhere else.
+std::string readJobFile(const std::string& path) {
+  if (leadsElsewhere(path)) throw std::system_error(ELOOP, std::generic_category(), path);
+  return readFile(path);
+}
+
 JSONObject readRecord(const Config& config, const std::string& id) {
   const std::string path = recordPath(config, id);
   try {
-    return objectIn(readFile(path));
+    return objectIn(readJobFile(path));
   } catch (const std::system_error&) {
     throw StoreError::value("No job " + id + ". Next step: start one with process_recording");
   }
@@ -168,7 +191,7 @@ JSONObject readRecord(const Config& config, const std::string& id) {
 JSONObject readStatus(const std::optional<std::string>& folder) {
   if (!folder) return {};
   try {
-    return objectIn(readFile(joinPath(*folder, "status.json")));
+    return objectIn(readJobFile(joinPath(*folder, "status.json")));
   } catch (const std::system_error&) {
     return {};
   }
@@ -203,6 +226,7 @@ std::string_view stateOf(std::string_view step, const JSONObject& status, bool a
 std::optional<JSON::Array> logTail(const std::string& path) {
   std::string tail;
   bool isText = false;
+  if (leadsElsewhere(path)) return std::nullopt;
   try {
     tail = readFileEnd(path, kLogTailLines, kLogTailBytes);
     isText = isValidUTF8(readFileEnd(path, std::string::npos, kLogCheckedBytes));
@@ -271,15 +295,21 @@ JSONObject Jobs::processRecording(const ProcessArguments& arguments,
   const std::vector<std::string> command =
       pipelineCommand(config, checkout, python, folder, absolutePath(path));
   const pid_t pid = spawn(command, checkout, joinPath(folder, "job.log"));
-  writeJSONFile({{"id", id},
-                 {"folder", folder},
-                 {"pid", pid},
-                 {"created_at", startedAt},
-                 {"client", client},
-                 {"meeting_id", meetingIdOf(folder)},
-                 {"visibility", kPrivate}},
-                recordPath(config, id), kIndent);
+  writeRecord({{"id", id},
+               {"folder", folder},
+               {"pid", pid},
+               {"created_at", startedAt},
+               {"client", client},
+               {"meeting_id", meetingIdOf(folder)},
+               {"visibility", kPrivate}},
+              recordPath(config, id));
   return {{"job_id", id}, {"state", "running"}, {"visibility", kPrivate}, {"next", kCallGetJob}};
+}
+
+void Jobs::removeStaleTemporaries() const {
+  for (const char* folder : {"recordings", "jobs"}) {
+    velta::removeStaleTemporaries(joinPath(config.home, folder));
+  }
 }
 
 JSONObject Jobs::getJob(const std::string& id, const std::vector<std::string>& allowed,

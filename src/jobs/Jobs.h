@@ -4,7 +4,8 @@
 //
 // Files (below the data home): recordings/DATE-SLUG[-N]/ with session.json (written here), job.log
 // (what the pipeline prints) and status.json (the pipeline's progress, only read here), and
-// jobs/JOB.json, the record of the job. Nothing here ever deletes any of them.
+// jobs/JOB.json, the record of the job. Nothing here ever deletes any of them. Temporary files of a
+// write stand in recordings/ and in jobs/ themselves, never in one of the many folders below.
 #pragma once
 
 #include <cstddef>
@@ -51,7 +52,7 @@ struct Jobs {
 
   // Starts the pipeline for an audio file. Returns the tool's result at once; throws
   // StoreError::value, or std::system_error for a folder or file that cannot be made. What was made
-  // before a failure stays.
+  // before a failure stays, and a pipeline that was started runs on.
   JSONObject processRecording(const ProcessArguments& arguments,
                               const std::optional<std::string>& client, Instant now) const;
 
@@ -59,6 +60,10 @@ struct Jobs {
   // StoreError::value for an id that is none or unknown.
   JSONObject getJob(const std::string& id, const std::vector<std::string>& allowed,
                     const IndexAccess& index) const;
+
+  // Removes the temporary files that killed servers left, in two passes: one over recordings/, one
+  // over jobs/.
+  void removeStaleTemporaries() const;
 
   const Config& config;
   std::string executable;

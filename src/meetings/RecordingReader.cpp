@@ -52,7 +52,8 @@ std::optional<std::string> settled(std::string_view key, const JSONObject& main,
 }
 
 void readUpload(Meeting& meeting, const std::string& mainPath) {
-  const auto upload = readOptionalObject(uploadFile(mainPath));
+  const std::string path = uploadFile(mainPath);
+  const auto upload = leadsElsewhere(path) ? std::nullopt : readOptionalObject(path);
   if (!upload) return;
   const auto id = upload->getString("meeting_id");
   if (id && uuidPattern().matches(*id)) meeting.cloudId = lowerASCII(*id);

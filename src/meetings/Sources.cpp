@@ -36,10 +36,11 @@ Sources::FileSet startFileSet(const std::string& mainPath) {
   return set;
 }
 
-// Adds the file at `path` when there is one.
+// Adds the file at `path` when there is one. Nobody has named this file, unlike the main file, so
+// it has to be where it stands.
 void addFile(Sources::FileSet& set, std::string path) {
   const auto status = fileStatus(path);
-  if (!status || status->isDirectory) return;
+  if (!status || status->isDirectory || (status->isLink && leadsElsewhere(path))) return;
   set.files.push_back(std::move(path));
   set.modified = std::max(set.modified, status->modified);
 }

@@ -7,8 +7,11 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
+#include <memory>
 #include <utility>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <glob.h>
 #include <pwd.h>
@@ -28,9 +31,9 @@ constexpr mode_t kNewDirectoryMode = 0755;
 constexpr mode_t kPermissionBits = 07777;
 constexpr std::chrono::milliseconds kLockPatience(100);     // appending may not stall a call
 constexpr std::size_t kTailPiece = std::size_t{16} * 1024;  // bytes first read of a file's end
-constexpr std::string_view kTemporaryPrefix = ".velta-";    // a process id follows
 constexpr std::string_view kTemporarySuffix = ".tmp";
-constexpr int kMaxLinks = 32;  // as deep as a chain of symbolic links may go
+constexpr std::time_t kLongestUnlocked = 60;  // seconds from making a temporary file to locking it
+constexpr int kMaxLinks = 32;                 // as deep as a chain of symbolic links may go
 
 [[noreturn]] void fail(const char* operation, const std::string& path) {
   throw std::system_error(errno, std::generic_category(), std::string(operation) + " " + path);
@@ -79,8 +82,20 @@ RegularFile openRegularFile(const std::string& path) {
   return {std::move(descriptor), static_cast<std::size_t>(std::max<off_t>(info.st_size, 0))};
 }
 
+// `path` with all symbolic links resolved; empty when nothing is there.
+std::string realPath(const std::string& path) {
+  struct Free {
+    void operator()(char* text) const {
+      std::free(text);  // NOLINT(cppcoreguidelines-no-malloc): realpath(3) allocates with malloc
+    }
+  };
+  const std::unique_ptr<char, Free> real(::realpath(path.c_str(), nullptr));
+  return real ? std::string(real.get()) : std::string();
+}
+
 // The file that a write to `path` means: symbolic links followed, a dangling one to its target.
-std::string linkTarget(std::string path) {
+// Absent for a loop of links.
+std::optional<std::string> followed(std::string path) {
   for (int hop = 0; hop < kMaxLinks; ++hop) {
     char target[4096];
     const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
@@ -88,6 +103,11 @@ std::string linkTarget(std::string path) {
     const std::string_view text(target, static_cast<std::size_t>(length));
     path = text.starts_with('/') ? std::string(text) : joinPath(parentPath(path), text);
   }
+  return std::nullopt;
+}
+
+std::string linkTarget(const std::string& path) {
+  if (auto target = followed(path)) return *std::move(target);
   errno = ELOOP;
   fail("follow", path);
 }
@@ -95,20 +115,41 @@ std::string linkTarget(std::string path) {
 // A name for a temporary file that no other process and no other call has.
 std::string uniqueName() {
   static std::atomic<unsigned> counter{0};
-  return std::string(kTemporaryPrefix) + std::to_string(::getpid()) + "-" +
+  return std::string(kUniqueNamePrefix) + std::to_string(::getpid()) + "-" +
          std::to_string(counter.fetch_add(1)) + std::string(kTemporarySuffix);
 }
 
-// Whether nobody is writing the temporary file at `path` any more: its writer holds a lock on it,
-// and has put its process id into the name.
-bool isStaleTemporary(const std::string& path) {
-  const std::string name = lastComponent(path);
+// The process id in the name of a temporary file that begins with `prefix`; 0 when there is none.
+pid_t writerOf(std::string_view name, std::string_view prefix) {
   pid_t writer = 0;
-  const char* const digits = name.data() + kTemporaryPrefix.size();
-  std::from_chars(digits, name.data() + name.size(), writer);
-  if (writer <= 0 || ::kill(writer, 0) == 0 || errno != ESRCH) return false;
+  if (name.starts_with(prefix)) {
+    name.remove_prefix(prefix.size());
+    std::from_chars(name.data(), name.data() + name.size(), writer);
+  }
+  return std::max<pid_t>(writer, 0);
+}
+
+// Whether nobody is writing the temporary file at `path` any more. Its writer holds a lock on it,
+// from an instant after it was made; that a process lives which has the writer's number says
+// nothing later, because numbers come again after a restart.
+bool isStaleTemporary(const std::string& path, pid_t writer) {
   const Descriptor descriptor = openFile(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
-  return descriptor && lockWithin(descriptor.get(), std::chrono::milliseconds(0));
+  if (!descriptor || !lockWithin(descriptor.get(), std::chrono::milliseconds(0))) return false;
+  if (::kill(writer, 0) != 0 && errno == ESRCH) return true;
+  struct stat info = {};
+  return ::fstat(descriptor.get(), &info) == 0 &&
+         info.st_mtime + kLongestUnlocked < std::time(nullptr);
+}
+
+// The entries of a directory; none when it cannot be read.
+template <class Action>
+void forEachEntry(const std::string& directory, Action action) {
+  struct Close {
+    void operator()(DIR* open) const { ::closedir(open); }
+  };
+  const std::unique_ptr<DIR, Close> open(::opendir(directory.c_str()));
+  if (!open) return;
+  while (const dirent* entry = ::readdir(open.get())) action(*entry);
 }
 
 // What stands at the target of a write can be replaced, or nothing stands there.
@@ -119,13 +160,14 @@ void requireReplaceable(const std::string& target) {
   fail("replace", target);
 }
 
-// A file that is removed unless it was kept.
+// A file that becomes `target`, or is removed. Failures name the target.
 class TemporaryFile {
  public:
   // Created exclusively in `directory`, with exactly `permissions`, or with 0644 less the umask.
   // Its name is `name`, or one that nothing else has.
-  TemporaryFile(const std::string& directory, const std::string& name,
-                std::optional<mode_t> permissions) {
+  TemporaryFile(std::string target, const std::string& directory, const std::string& name,
+                std::optional<mode_t> permissions)
+      : target_(std::move(target)) {
     const mode_t mode = permissions.value_or(kNewFileMode);
     do {
       path_ = joinPath(directory, name.empty() ? uniqueName() : name);
@@ -133,17 +175,15 @@ class TemporaryFile {
       if (!name.empty()) ::unlink(path_.c_str());
       descriptor_ = openFile(path_, O_WRONLY | O_CREAT | O_EXCL, mode);
     } while (!descriptor_ && errno == EEXIST && name.empty());
-    if (!descriptor_) {
-      const std::string path = std::exchange(path_, "");  // there is nothing to remove
-      fail("create", path);
-    }
+    // A name that is taken stands in the way itself.
+    if (!descriptor_) fail("create", errno == EEXIST ? path_ : target_);
     lockWithin(descriptor_.get(), std::chrono::milliseconds(0));  // says that it is being written
     // The umask may have taken bits that were asked for.
     if (permissions && ::fchmod(descriptor_.get(), *permissions) != 0) {
       const int cause = errno;
       ::unlink(path_.c_str());
       errno = cause;
-      fail("set permissions of", path_);
+      fail("set permissions of", target_);
     }
   }
   ~TemporaryFile() {
@@ -153,17 +193,18 @@ class TemporaryFile {
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
   void write(std::string_view bytes) {
-    if (!writeAll(descriptor_.get(), bytes)) fail("write", path_);
-    if (::fsync(descriptor_.get()) != 0) fail("fsync", path_);
+    if (!writeAll(descriptor_.get(), bytes)) fail("write", target_);
+    if (::fsync(descriptor_.get()) != 0) fail("fsync", target_);
   }
 
-  void moveTo(const std::string& target) {
-    descriptor_.reset();
-    if (::rename(path_.c_str(), target.c_str()) != 0) fail("replace", target);
+  // The lock is held until then, so that nobody takes the file for one that was left.
+  void moveToTarget() {
+    if (::rename(path_.c_str(), target_.c_str()) != 0) fail("replace", target_);
     path_.clear();
   }
 
  private:
+  std::string target_;
   std::string path_;  // empty once moved
   Descriptor descriptor_;
 };
@@ -219,14 +260,39 @@ bool endsInsideLine(const std::string& path) {
   return ::pread(descriptor.get(), &last, 1, info.st_size - 1) == 1 && last != '\n';
 }
 
+// Takes the last `length` bytes of a file away again, which has been `size` bytes long before them,
+// unless somebody has written since.
+void takeBack(int descriptor, off_t size, std::size_t length) {
+  struct stat info = {};
+  if (length == 0 || ::fstat(descriptor, &info) != 0) return;
+  if (info.st_size != size + static_cast<off_t>(length)) return;
+  while (::ftruncate(descriptor, size) != 0 && errno == EINTR) continue;
+}
+
 // One write(2); only after a short one another, which completes the bytes or tells the cause.
-void appendPiece(int descriptor, std::string_view bytes, const std::string& path) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) fail("write", path);
-    bytes.remove_prefix(static_cast<std::size_t>(count));
+// Then the piece is taken back, when the file was `size` bytes long and is ours alone.
+void appendPiece(int descriptor, std::string_view bytes, std::optional<off_t> size,
+                 const std::string& path) {
+  std::size_t written = 0;
+  while (written < bytes.size()) {
+    const std::string_view rest = bytes.substr(written);
+    const ssize_t count = ::write(descriptor, rest.data(), rest.size());
+    if (count >= 0) {
+      written += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      const int cause = errno;
+      if (size) takeBack(descriptor, *size, written);
+      errno = cause;
+      fail("write", path);
+    }
   }
+}
+
+// The size of a regular file, absent for anything else.
+std::optional<off_t> sizeOf(int descriptor) {
+  struct stat info = {};
+  if (::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
+  return info.st_size;
 }
 
 // `path` without empty and "." components.
@@ -251,8 +317,18 @@ std::optional<std::string> homeOfUser(const std::string& name) {
 
 std::optional<FileStatus> fileStatus(const std::string& path) {
   struct stat info = {};
-  if (holdsNUL(path) || ::stat(path.c_str(), &info) != 0) return std::nullopt;
-  return FileStatus{secondsOf(info), S_ISDIR(info.st_mode), info.st_mode & kPermissionBits};
+  // Hardly any path is a link, so that nearly always one call tells both.
+  if (holdsNUL(path) || ::lstat(path.c_str(), &info) != 0) return std::nullopt;
+  const bool isLink = S_ISLNK(info.st_mode);
+  if (isLink && ::stat(path.c_str(), &info) != 0) return std::nullopt;
+  return FileStatus{secondsOf(info), S_ISDIR(info.st_mode), isLink, info.st_mode & kPermissionBits};
+}
+
+bool leadsElsewhere(const std::string& path) {
+  struct stat info = {};
+  if (holdsNUL(path) || ::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) return false;
+  const std::string target = realPath(path);
+  return target.empty() || parentPath(target) != realPath(parentPath(path));
 }
 
 std::string readFile(const std::string& path) {
@@ -332,17 +408,43 @@ void writeFileAtomically(const std::string& path, std::string_view bytes,
   if (!permissions) {
     if (const auto old = fileStatus(target)) permissions = old->permissions;
   }
-  TemporaryFile temporary(directory, temporaryName, permissions);
+  TemporaryFile temporary(target, directory, temporaryName, permissions);
   temporary.write(bytes);
-  temporary.moveTo(target);
+  temporary.moveToTarget();
   syncDirectory(directory);
 }
 
-void removeStaleTemporaries(const std::string& directory) {
-  const std::string prefix = escapeForGlob(joinPath(directory, kTemporaryPrefix));
-  for (const std::string& path : globPaths(prefix + "*" + std::string(kTemporarySuffix))) {
-    if (isStaleTemporary(path)) ::unlink(path.c_str());
-  }
+void writeFileAtomicallyFrom(const std::string& temporaryDirectory, const std::string& path,
+                             std::string_view bytes) {
+  TemporaryFile temporary(path, temporaryDirectory, "", std::nullopt);
+  temporary.write(bytes);
+  temporary.moveToTarget();
+  syncDirectory(parentPath(path));
+}
+
+void removeStaleTemporaries(const std::string& directory, std::string_view prefix) {
+  forEachEntry(directory, [&](const dirent& entry) {
+    const pid_t writer = writerOf(entry.d_name, prefix);
+    if (writer == 0) return;
+    const std::string path = joinPath(directory, entry.d_name);
+    if (isStaleTemporary(path, writer)) ::unlink(path.c_str());
+  });
+}
+
+std::vector<std::string> directoriesOfLinkedFiles(const std::string& directory) {
+  std::vector<std::string> directories;
+  forEachEntry(directory, [&](const dirent& entry) {
+    if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) return;
+    const std::string path = joinPath(directory, entry.d_name);
+    const auto target = followed(path);
+    if (!target || *target == path) return;
+    const auto status = fileStatus(*target);
+    if (!status || !status->isDirectory) directories.push_back(parentPath(*target));
+  });
+  std::sort(directories.begin(), directories.end());
+  directories.erase(std::unique(directories.begin(), directories.end()), directories.end());
+  std::erase(directories, directory);
+  return directories;
 }
 
 bool removeFile(const std::string& path) { return !holdsNUL(path) && ::unlink(path.c_str()) == 0; }
@@ -355,10 +457,12 @@ void appendLineToFile(const std::string& path, std::string_view line, mode_t per
   // Alone, because a line that another process is just writing looks like one that was cut short.
   const bool alone = lockWithin(descriptor.get(), kLockPatience);
   const bool cutShort = alone && endsInsideLine(path);
-  appendPiece(descriptor.get(), cutShort ? '\n' + std::string(line) : std::string(line), path);
+  appendPiece(descriptor.get(), cutShort ? '\n' + std::string(line) : std::string(line),
+              alone ? sizeOf(descriptor.get()) : std::nullopt, path);
 }
 
 std::vector<std::string> globPaths(const std::string& pattern) {
+  if (holdsNUL(pattern)) return {};
   glob_t found = {};
   std::vector<std::string> paths;
   // Sorted below, by bytes; glob(3) would sort by the locale.

@@ -20,11 +20,16 @@ namespace velta {
 struct FileStatus {
   double modified = 0;  // seconds since the epoch, to the nanosecond as far as a double holds
   bool isDirectory = false;
+  bool isLink = false;     // the path itself is a symbolic link, and the rest tells of its target
   mode_t permissions = 0;  // the low twelve mode bits
 };
 
 // Status of `path`, absent when nothing is there or it cannot be looked at.
 std::optional<FileStatus> fileStatus(const std::string& path);
+
+// Whether `path` is a symbolic link that leads out of the directory in which it stands, or nowhere.
+// What stands beside a file that the user has named is read only where this is false.
+bool leadsElsewhere(const std::string& path);
 
 // The whole content of a regular file. Throws std::system_error; what is no regular file is refused
 // (ENOTSUP, a directory EISDIR), since a FIFO may never end and a device may have no end.
@@ -56,22 +61,39 @@ std::string readFileEnd(const std::string& path, std::size_t lines, std::size_t 
 // `permissions` the old file's are kept, or 0644 less the umask for a new one. On failure the
 // temporary file is removed and the old file untouched; a target that is there and no regular file
 // (a device, a FIFO) is refused with ENOTSUP. The temporary file has a name that nothing
-// else has, or is called `temporaryName`, which then nobody else may use. Throws std::system_error.
+// else has, or is called `temporaryName`, which then nobody else may use; such a name is to end in
+// the process id. Throws std::system_error, whose what() names the file that `path` means and
+// not the temporary one, unless a `temporaryName` is taken.
 void writeFileAtomically(const std::string& path, std::string_view bytes,
                          std::optional<mode_t> permissions = std::nullopt,
                          const std::string& temporaryName = "");
 
+// The same for a file in a directory that was only just made in `temporaryDirectory`: there the
+// temporary file stands, so that one directory is to be looked through for those that were left,
+// however many the directories in it are.
+void writeFileAtomicallyFrom(const std::string& temporaryDirectory, const std::string& path,
+                             std::string_view bytes);
+
+// How the names of temporary files begin that nobody has named; a process id follows.
+inline constexpr std::string_view kUniqueNamePrefix = ".velta-";
+
 // Removes the temporary files that writeFileAtomically left in `directory` when its process was
-// killed. Those of writes that are under way stay.
-void removeStaleTemporaries(const std::string& directory);
+// killed: those whose names are `prefix`, a process id and anything. Those of writes that are under
+// way stay. One pass over the directory; what stands in directories in it is not looked at.
+void removeStaleTemporaries(const std::string& directory,
+                            std::string_view prefix = kUniqueNamePrefix);
+
+// The directories in which the symbolic links in `directory` have the files that they lead to, each
+// once, without `directory` itself. A write to such a link has its temporary file there.
+std::vector<std::string> directoriesOfLinkedFiles(const std::string& directory);
 
 // Removes the file at `path`, no directory. False when it could not be removed.
 bool removeFile(const std::string& path);
 
 // Appends `line`, line feed included, with one write(2) to a descriptor opened with O_APPEND, so
 // that lines of several processes never mix; creates the file with `permissions`. A last line that
-// was cut short (by a full disk, say) is ended first, so that it costs no line but itself. Throws
-// std::system_error.
+// was cut short (by a crash, say) is ended first, so that it costs no line but itself. A line that
+// does not fit on the disk is taken back. Throws std::system_error.
 void appendLineToFile(const std::string& path, std::string_view line, mode_t permissions);
 
 // Paths that glob(3) finds for `pattern`, without flags, sorted by bytes. No match and every error

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "cloud/CloudCommand.h"
 #include "index/Freshness.h"
-#include "platform/Files.h"
 #include "platform/ProgressLine.h"
 
 namespace velta {
@@ -31,7 +31,8 @@ ServerState::ServerState(ServerOptions options)
       allowed(config.clientVisibilities(client)),
       adminStats(options.adminStats),
       terminal(options.terminal) {
-  removeStaleTemporaries(config.home);
+  removeStaleTemporariesOfHome(config);
+  jobs.removeStaleTemporaries();
 }
 
 Index::BuildResult ServerState::refreshIndex() {

@@ -28,6 +28,7 @@ namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 // errno of the failure of `action`, 0 when it does not fail.
 template <class Action>
@@ -189,6 +190,35 @@ TEST(CreateDirectories, TrailingSlashMeansTheSameFolder) {
   EXPECT_TRUE(fs::is_directory(folder.file("a/b")));
 }
 
+TEST(FileStatus, TellsALinkFromItsTarget) {
+  const TemporaryFolder folder;
+  folder.write("file", "x");
+  std::filesystem::create_symlink("file", folder.file("link"));
+  EXPECT_FALSE(fileStatus(folder.file("file"))->isLink);
+  EXPECT_TRUE(fileStatus(folder.file("link"))->isLink);
+}
+
+TEST(LeadsElsewhere, OnlyLinksOutOfTheirDirectoryDo) {
+  const TemporaryFolder folder;
+  folder.write("record/real", "x");
+  folder.write("outside", "x");
+  const auto link = [&](const std::string& target, const std::string& name) {
+    std::filesystem::create_symlink(target, folder.file(name));
+    return folder.file(name);
+  };
+  EXPECT_FALSE(leadsElsewhere(folder.file("record/real")));
+  EXPECT_FALSE(leadsElsewhere(folder.file("record/nothing")));
+  EXPECT_FALSE(leadsElsewhere(link("real", "record/beside")));
+  EXPECT_FALSE(leadsElsewhere(link(folder.file("record/beside"), "record/again")));
+  EXPECT_TRUE(leadsElsewhere(link("../outside", "record/out")));
+  EXPECT_TRUE(leadsElsewhere(link("out", "record/outByTwo")));
+  EXPECT_TRUE(leadsElsewhere(link("nowhere", "record/dangling")));
+  // Where the directory itself is reached through a link, its files are still beside each other.
+  link("record", "other");
+  EXPECT_FALSE(leadsElsewhere(folder.file("other/beside")));
+  EXPECT_TRUE(leadsElsewhere(folder.file("other/out")));
+}
+
 TEST(CreateDirectories, LinkToAFolderIsFine) {
   const TemporaryFolder folder;
   fs::create_directory_symlink(folder.makeFolder("target"), folder.file("link"));
@@ -305,6 +335,101 @@ TEST(RemoveStaleTemporaries, LeavesThoseThatAreLocked) {
   const FileLock lock(path, std::chrono::milliseconds(0));
   removeStaleTemporaries(folder.path());
   EXPECT_TRUE(fs::exists(path));
+}
+
+// After a restart, and in a container, the writer's number belongs to another process.
+TEST(RemoveStaleTemporaries, OldOnesThatNobodyLocksGoWhoeverHasTheNumber) {
+  const TemporaryFolder folder;
+  const std::string self = std::to_string(::getpid());
+  for (const std::string name : {"1", "2"}) {
+    const std::string path = folder.write(".velta-" + self + "-" + name + ".tmp", "half");
+    fs::last_write_time(path, fs::last_write_time(path) - std::chrono::hours(1));
+  }
+  const FileLock lock(folder.file(".velta-" + self + "-2.tmp"), std::chrono::milliseconds(0));
+  removeStaleTemporaries(folder.path());
+  EXPECT_THAT(folder.names(), ElementsAre(".velta-" + self + "-2.tmp"));
+}
+
+TEST(RemoveStaleTemporaries, TakesOnlyFilesOfItsPrefixDirectlyInTheFolder) {
+  const TemporaryFolder folder;
+  const std::string dead = std::to_string(deadProcess());
+  folder.write(".key." + dead, "half");
+  folder.write(".key." + dead + "x", "half");
+  folder.write(".keys." + dead, "kept");
+  folder.write(".velta-" + dead + "-0.tmp", "kept");
+  folder.write("below/.key." + dead, "kept");
+  folder.makeFolder(".key." + dead + "-folder");
+  fs::create_symlink(folder.write("target", "kept"), folder.file(".key." + dead + "-link"));
+  removeStaleTemporaries(folder.path(), ".key.");
+  EXPECT_THAT(folder.names(),
+              UnorderedElementsAre(".keys." + dead, ".velta-" + dead + "-0.tmp", "below", "target",
+                                   ".key." + dead + "-folder", ".key." + dead + "-link"));
+  EXPECT_TRUE(folder.has("below/.key." + dead));
+}
+
+TEST(RemoveStaleTemporaries, FolderThatIsNotThereIsNoFailure) {
+  const TemporaryFolder folder;
+  removeStaleTemporaries(folder.file("missing"));
+  removeStaleTemporaries(folder.write("file", ""));
+}
+
+TEST(DirectoriesOfLinkedFiles, AreThoseOfTheFilesAtTheEnd) {
+  const TemporaryFolder folder;
+  const std::string home = folder.makeFolder("home");
+  folder.write("elsewhere/file", "");
+  folder.write("home/plain", "");
+  folder.makeFolder("elsewhere/folder");
+  fs::create_symlink("../elsewhere/file", home + "/relative");
+  fs::create_symlink(folder.file("elsewhere/file"), home + "/absolute");
+  fs::create_symlink("plain", home + "/within");
+  fs::create_symlink("relative", home + "/chain");
+  fs::create_symlink("loop", home + "/loop");
+  fs::create_symlink(folder.file("elsewhere/folder"), home + "/folder");
+  fs::create_symlink(folder.file("later/file"), home + "/dangling");
+  std::vector<std::string> canonical;
+  for (const std::string& directory : directoriesOfLinkedFiles(home))
+    canonical.push_back(fs::weakly_canonical(directory));
+  EXPECT_THAT(canonical, UnorderedElementsAre(folder.file("elsewhere"), folder.file("elsewhere"),
+                                              folder.file("later")))
+      << "once by its name and once by way of the home";
+  EXPECT_THAT(directoriesOfLinkedFiles(folder.file("missing")), IsEmpty());
+}
+
+TEST(WriteFileAtomically, FailureNamesTheFileAndNotTheTemporaryOne) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file");
+  const int status = statusInChild([&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {0, 0};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    try {
+      writeFileAtomically(path, "x");
+    } catch (const std::system_error& error) {
+      return error.what() == "write " + path + ": " + error.code().message() ? 0 : 1;
+    }
+    return 2;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST(WriteFileAtomicallyFrom, LeavesTheFileAndNothingBeside) {
+  const TemporaryFolder folder;
+  folder.makeFolder("new");
+  writeFileAtomicallyFrom(folder.path(), folder.file("new/file"), "bytes");
+  EXPECT_EQ(folder.read("new/file"), "bytes");
+  EXPECT_THAT(folder.names(), ElementsAre("new"));
+}
+
+TEST(WriteFileAtomicallyFrom, FailureNamesTheFileAndLeavesNothing) {
+  const TemporaryFolder folder;
+  try {
+    writeFileAtomicallyFrom(folder.path(), folder.file("missing/file"), "bytes");
+    FAIL() << "did not throw";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
+    EXPECT_THAT(error.what(), HasSubstr(folder.file("missing/file")));
+  }
+  EXPECT_THAT(folder.names(), IsEmpty());
 }
 
 TEST(WriteFileAtomically, LoopOfLinksFails) {
@@ -483,18 +608,39 @@ TEST(AppendLineToFile, EndsALastLineThatWasCutShort) {
   EXPECT_EQ(folder.read("log"), "whole\n{\"half\nnext\n");
 }
 
-TEST(AppendLineToFile, AShortWriteTellsItsOwnCauseAndCostsNoLaterLine) {
-  const TemporaryFolder folder;
-  const std::string path = folder.file("log");
-  const int cause = statusInChild([&] {
+// errno of appending a line to `path` when no file may be longer than 10 bytes.
+int failureToAppendWithinTenBytes(const std::string& path, const std::string& line) {
+  return statusInChild([&] {
     std::signal(SIGXFSZ, SIG_IGN);
     const rlimit limit = {10, 10};
     ::setrlimit(RLIMIT_FSIZE, &limit);
-    return failureOf([&] { appendLineToFile(path, "longer than ten\n", 0600); });
+    return failureOf([&] { appendLineToFile(path, line, 0600); });
   });
-  EXPECT_EQ(cause, EFBIG);
+}
+
+TEST(AppendLineToFile, ALineThatDoesNotFitIsTakenBackAndTellsItsOwnCause) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("log", "whole\n");
+  EXPECT_EQ(failureToAppendWithinTenBytes(path, "longer than that\n"), EFBIG);
+  EXPECT_EQ(folder.read("log"), "whole\n");
   appendLineToFile(path, "next\n", 0600);
-  EXPECT_EQ(folder.read("log"), "longer tha\nnext\n");
+  EXPECT_EQ(folder.read("log"), "whole\nnext\n");
+}
+
+TEST(AppendLineToFile, ALineThatDoesNotFitBehindOneThatWasCutShortLeavesThatAsItWas) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("log", "half");
+  EXPECT_EQ(failureToAppendWithinTenBytes(path, "longer than that\n"), EFBIG);
+  EXPECT_EQ(folder.read("log"), "half");
+}
+
+// Whether others have written since cannot be told without the lock.
+TEST(AppendLineToFile, WithoutTheLockNothingIsTakenBack) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("log", "whole\n");
+  const FileLock lock(path, std::chrono::milliseconds(0));
+  EXPECT_EQ(failureToAppendWithinTenBytes(path, "longer than that\n"), EFBIG);
+  EXPECT_EQ(folder.read("log"), "whole\nlong");
 }
 
 TEST(AppendLineToFile, FifoWithoutReaderFailsAtOnce) {
@@ -767,14 +913,14 @@ TEST(ReadFileEnd, WhatIsNoRegularFileThrows) {
   EXPECT_EQ(failure(folder.file("fifo")), ENOTSUP);
 }
 
-// --- paths with a NUL byte
-// -------------------------------------------------------------------------
+// --- paths with a NUL byte ----------------------------------------------------------------------
 
 TEST(PathWithANULByte, NamesNothing) {
   const TemporaryFolder folder;
   const std::string path = folder.write("file", "x") + '\0' + "rest";
   EXPECT_FALSE(fileStatus(path).has_value());
   EXPECT_EQ(failureOf([&] { readFile(path); }), ENOENT);
+  EXPECT_THAT(globPaths(path), testing::IsEmpty());
 }
 
 }  // namespace

@@ -4,8 +4,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -53,19 +51,26 @@ void fill(int writeEnd) {
   makeBlocking(writeEnd);
 }
 
-int temporaryFile(std::string& path) {
-  path = "/tmp/velta-stderr-XXXXXX";
+// An open file without a name, so that nothing is left of it however the test ends.
+int temporaryFile() {
+  std::string path = "/tmp/velta-stderr-XXXXXX";
   const int descriptor = ::mkstemp(path.data());
   if (descriptor < 0) throw std::runtime_error("cannot create " + path);
+  ::unlink(path.c_str());
   ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
   return descriptor;
 }
 
-std::string contentOf(const std::string& path) {
-  const std::ifstream stream(path, std::ios::binary);
-  std::ostringstream content;
-  if (stream) content << stream.rdbuf();
-  return content.str();
+// The whole file, without moving the place at which the child goes on writing.
+std::string contentOf(int descriptor) {
+  std::string content;
+  char piece[4096];
+  while (true) {
+    const ssize_t count =
+        ::pread(descriptor, piece, sizeof piece, static_cast<off_t>(content.size()));
+    if (count <= 0) return content;
+    content.append(piece, static_cast<std::size_t>(count));
+  }
 }
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
@@ -87,7 +92,12 @@ int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
 
 ServerProcess::ServerProcess(Options options) : options_(std::move(options)) {
   std::signal(SIGPIPE, SIG_IGN);
-  spawn();
+  try {
+    spawn();
+  } catch (...) {
+    closeDescriptors();  // there will be no destructor
+    throw;
+  }
 }
 
 ServerProcess::~ServerProcess() {
@@ -95,26 +105,28 @@ ServerProcess::~ServerProcess() {
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, nullptr, 0);
   }
+  closeDescriptors();
+}
+
+void ServerProcess::closeDescriptors() {
   closeInput();
   closeOutput();
-  closeDescriptor(unreadErrors_);
-  if (!errorFile_.empty()) ::unlink(errorFile_.c_str());
+  closeDescriptor(errors_);
 }
 
 void ServerProcess::spawn() {
   const Pipe in = makePipe();
   const Pipe out = makePipe();
   Pipe err;
-  int errors = -1;
   if (options_.errors == Errors::kept) {
-    errors = temporaryFile(errorFile_);
+    errors_ = temporaryFile();
   } else {
     err = makePipe();
-    errors = err.writeEnd;
-    unreadErrors_ = err.readEnd;
-    if (options_.errors == Errors::unread) fill(errors);
-    if (options_.errors == Errors::closed) closeDescriptor(unreadErrors_);
+    errors_ = err.readEnd;
+    if (options_.errors == Errors::unread) fill(err.writeEnd);
+    if (options_.errors == Errors::closed) closeDescriptor(errors_);
   }
+  const int errors = err.writeEnd >= 0 ? err.writeEnd : errors_;
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -142,7 +154,7 @@ void ServerProcess::spawn() {
   posix_spawn_file_actions_destroy(&actions);
   ::close(in.readEnd);
   ::close(out.writeEnd);
-  ::close(errors);
+  closeDescriptor(err.writeEnd);
   input_ = in.writeEnd;
   output_ = out.readEnd;
   makeNonBlocking(input_);
@@ -219,7 +231,9 @@ void ServerProcess::closeInput() { closeDescriptor(input_); }
 
 void ServerProcess::closeOutput() { closeDescriptor(output_); }
 
-std::string ServerProcess::errorsSoFar() const { return contentOf(errorFile_); }
+std::string ServerProcess::errorsSoFar() const {
+  return options_.errors == Errors::kept ? contentOf(errors_) : "";
+}
 
 ServerProcess::Ending ServerProcess::wait() {
   const auto until = deadline();
@@ -234,7 +248,7 @@ ServerProcess::Ending ServerProcess::wait() {
   if (WIFEXITED(status)) ending.status = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) ending.signal = WTERMSIG(status);
   ending.output = std::move(pending_);
-  if (!errorFile_.empty()) ending.errors = errorsSoFar();
+  ending.errors = errorsSoFar();
   return ending;
 }
 

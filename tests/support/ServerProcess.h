@@ -76,16 +76,16 @@ class ServerProcess {
 
  private:
   void spawn();
+  void closeDescriptors();
   // Takes in what is there, or waits for it until the deadline. False at the end of output.
   bool takeOutput(std::chrono::steady_clock::time_point deadline);
   std::chrono::steady_clock::time_point deadline() const;
 
   Options options_;
   pid_t pid_ = -1;
-  int input_ = -1;         // our end of its standard input
-  int output_ = -1;        // our end of its standard output
-  int unreadErrors_ = -1;  // our end of a standard error that nobody reads
-  std::string errorFile_;
+  int input_ = -1;       // our end of its standard input
+  int output_ = -1;      // our end of its standard output
+  int errors_ = -1;      // its standard error as a file, or our end of one that nobody reads
   std::string pending_;  // taken in, not yet handed out
 };
 
