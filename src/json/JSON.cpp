@@ -66,12 +66,23 @@ void JSON::copyShallow(const JSON& other) {
   }
 }
 
+// Containers inside containers end by recursion, which is the quickest way, down to a depth that
+// every stack allows. What is deeper is taken apart without it.
+void JSON::destroy() noexcept {
+  constexpr int kRecursions = 32;
+  thread_local int depth = 0;
+  if (depth == kRecursions) return takeApart();
+  ++depth;
+  freeMemory();
+  --depth;
+}
+
 // Takes a tree of containers apart without recursion and without memory for a stack. `current` is
 // emptied from its end. When its last child is deep, the two change places: the child becomes
 // `current`, and what was `current` becomes the child's first child (which moves to the free place
 // instead). A container becomes `current` this way only once: afterwards it is reached through
 // first places alone, so the work is in proportion to the tree.
-void JSON::destroy() noexcept {
+void JSON::takeApart() noexcept {
   if (!isDeep()) return freeMemory();
   JSON current(std::move(*this));
   while (const std::size_t count = current.childCount()) {
@@ -94,7 +105,7 @@ void JSON::destroy() noexcept {
   }
 }
 
-// Whether it holds containers that are not empty. Looks from the end, where destroy() takes away
+// Whether it holds containers that are not empty. Looks from the end, where takeApart() takes away
 // what it has looked at.
 bool JSON::isDeep() const noexcept {
   const auto isFull = [](const JSON& value) { return value.childCount() > 0; };
@@ -105,7 +116,7 @@ bool JSON::isDeep() const noexcept {
                      [&](const auto& entry) { return isFull(entry.value); });
 }
 
-// Frees a long string or a container that is not deep, and leaves a null.
+// Frees a long string or a container, with all that is in it, and leaves a null.
 void JSON::freeMemory() noexcept {
   if (kind() == Kind::object) return endObject();
   const Word word = data_.word;

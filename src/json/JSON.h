@@ -382,6 +382,7 @@ class JSON {
   void copyFrom(const JSON& other);
   void copyShallow(const JSON& other);
   void destroy() noexcept;
+  void takeApart() noexcept;
   void freeMemory() noexcept;
   bool isDeep() const noexcept;
   static bool equalShallow(const JSON& a, const JSON& b) noexcept;

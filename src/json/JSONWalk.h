@@ -24,8 +24,12 @@ void visitAll(std::vector<JSON*> waiting, Visit visit) {
   }
 }
 
-// Puts null in place of every number in `object` that is not finite. A text may hold numbers beyond
+// Puts null in place of every number in a value that is not finite. A text may hold numbers beyond
 // the range of a double, and JSON has no way to write what becomes of them.
+void dropUnwritableNumbers(JSON& value);
 void dropUnwritableNumbers(JSONObject& object);
+
+// Whether there is no such number in `value`.
+bool isWritable(const JSON& value);
 
 }  // namespace velta
