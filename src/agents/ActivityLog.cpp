@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "config/Dates.h"
+#include "json/JSONWalk.h"
 #include "json/JSONWriter.h"
 #include "platform/Files.h"
 #include "platform/Text.h"
@@ -64,9 +65,11 @@ JSON shortened(JSON value) {
 }
 
 JSONObject shortenedArguments(const JSONObject& arguments) {
+  JSONObject writable = arguments;
+  dropUnwritableNumbers(writable);
   JSONObject result;
-  for (const auto& [key, value] : arguments) {
-    if (!value.isNull()) result.set(key, shortened(value));
+  for (const auto& [key, value] : writable) {
+    if (!value.isNull()) result.set(key, shortened(std::move(value)));
   }
   return result;
 }

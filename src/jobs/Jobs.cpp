@@ -12,6 +12,7 @@
 #include "config/StoreError.h"
 #include "jobs/Pipeline.h"
 #include "json/JSONParser.h"
+#include "json/JSONWalk.h"
 #include "json/JSONWriter.h"
 #include "meetings/TextNorm.h"
 #include "platform/Files.h"
@@ -155,6 +156,7 @@ std::string recordPath(const Config& config, const std::string& id) {
 JSONObject objectIn(const std::string& bytes) {
   try {
     JSON value = parseJSON(bytes);
+    dropUnwritableNumbers(value);
     if (JSONObject* object = value.asObject()) return std::move(*object);
   } catch (const JSONParseError&) {
     return {};

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "json/JSONParser.h"
+#include "json/JSONWalk.h"
 #include "json/JSONWriter.h"
 #include "platform/Stdio.h"
 #include "platform/Text.h"
@@ -109,7 +110,7 @@ std::optional<JSON> messageOf(std::string_view line) {
 std::vector<std::string> answerWithoutMethod(const JSONObject& message) {
   const JSON* id = message.get("id");
   if (!id || message.has("result") || message.has("error")) return {};
-  return {faultLine(*id, kInvalidRequest, "missing method")};
+  return {faultLine(isWritable(*id) ? *id : JSON(), kInvalidRequest, "missing method")};
 }
 
 // The lines with their line feeds. The usual single one, which may be large, is not copied.
@@ -200,6 +201,7 @@ std::vector<std::string> Server::handle(std::string_view line) {
 
   const JSON* id = message.get("id");
   if (!id || id->isNull()) return {};  // a notification
+  if (!isWritable(*id)) return {faultLine(nullptr, kInvalidRequest, "id is out of range")};
 
   const JSONObject* params = message.getObject("params");
   std::vector<std::string> lines;

@@ -159,6 +159,11 @@ TEST(ActivityShortening, BooleansAndNumbersStay) {
   EXPECT_EQ(loggedArguments(whole), whole);
 }
 
+TEST(ActivityShortening, NumbersThatJSONCannotWriteAreNull) {
+  EXPECT_EQ(loggedArguments(R"({"a":1e400,"b":[1,-1e400],"c":{"d":1e999}})"),
+            R"({"b":[1,null],"c":"{\"d\":null}"})");
+}
+
 TEST(ActivityShortening, NullMembersAreLeftOut) {
   EXPECT_EQ(loggedArguments(R"({"query":"q","limit":null,"person":null})"), R"({"query":"q"})");
 }

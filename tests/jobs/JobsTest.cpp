@@ -603,6 +603,14 @@ TEST(GetJob, RunningJobTellsItsDetail) {
             R"("created_at":"then","detail":{"percent":40}})");
 }
 
+TEST(GetJob, NumbersThatJSONCannotWriteAreNull) {
+  TestJobs jobs;
+  jobs.setJob(R"({"step":"transcribe","at":1e400,"detail":{"percent":[-1e400]}})");
+  EXPECT_EQ(jobs.get(),
+            R"({"job_id":"job-1","state":"running","step":"transcribe","updated_at":null,)"
+            R"("created_at":"then","detail":{"percent":[null]}})");
+}
+
 TEST(GetJob, DetailThatSaysNothingIsLeftOut) {
   for (const std::string detail : {"false", "0", "0.0", "\"\"", "[]", "{}", "null"}) {
     TestJobs jobs;

@@ -101,6 +101,19 @@ TEST(Server, IdIsEchoedUnchangedWhateverItIs) {
   }
 }
 
+// JSON has no way to write them, so such an id could not be answered with itself.
+TEST(Server, IdWithANumberBeyondTheRangeOfADoubleIsInvalid) {
+  TestServer server;
+  for (const std::string id : {"1e400", "-1e400", R"(["a",1e400])", R"({"a":{"b":[1e999]}})"}) {
+    EXPECT_EQ(server.answer("{\"id\":" + id + ",\"method\":\"ping\"}"),
+              R"({"jsonrpc":"2.0","id":null,"error":{"code":-32600,"message":"Invalid Request",)"
+              R"("data":"id is out of range"}})");
+    EXPECT_EQ(server.answer("{\"id\":" + id + "}"),
+              R"({"jsonrpc":"2.0","id":null,"error":{"code":-32600,"message":"Invalid Request",)"
+              R"("data":"missing method"}})");
+  }
+}
+
 TEST(Server, LoneSurrogateInAnIdBecomesAReplacementCharacter) {
   TestServer server;
   EXPECT_EQ(server.answer(R"({"id":"\ud83d","method":"ping"})"),
