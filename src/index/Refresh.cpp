@@ -15,12 +15,16 @@
 #include "index/Overrides.h"
 #include "index/ParallelFor.h"
 #include "json/JSONWriter.h"
+#include "platform/Files.h"
 
 namespace velta {
 namespace {
 
 constexpr std::string_view kKeyMark = "|local:";
 constexpr double kSameTime = 1e-6;  // seconds; modification times closer than this are one
+
+// Whether nothing stands at `path`, not even a link that leads nowhere.
+bool isGone(const std::string& path) { return !fileStatus(path) && !leadsElsewhere(path); }
 
 std::string duplicateMessage(const std::string& id, const std::string& waiting,
                              const std::string& served) {
@@ -234,6 +238,8 @@ void Index::Refresh::read(const std::vector<Listed*>& listed) {
   for (Listed* one : listed) {
     if (one->read) {
       one->id = one->read->meeting->id;
+    } else if (isGone(one->files.keyPath)) {
+      one->id.reset();  // since it was listed: as if it had not been there any more
     } else {
       result_.errors.push_back(one->fault);
       keepLastEntry(*one);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -505,6 +506,27 @@ TEST_F(Refresh, LetsAKeptEntryFollowTheConfiguration) {
   home_.refresh();
   EXPECT_EQ(home_.entry("rec-a").visibility, "work");
   EXPECT_THAT(home_.entry("rec-a").tags, ElementsAre("private"));
+}
+
+// It is read last, and goes when the first was read.
+TEST_F(Refresh, MeetingThatVanishesBetweenBeingListedAndReadIsGone) {
+  const auto name = [](int i) { return "m" + std::to_string(100 + i); };
+  constexpr int kMeetings = 40;
+  for (int i = 0; i < kMeetings; ++i) home_.record(name(i));
+  home_.refresh();
+  for (int i = 0; i < kMeetings; ++i) {
+    TestHome::touch(home_.record(name(i), R"({"title": "changed"})"));
+  }
+  std::once_flag first;
+  const auto result = home_.index.refresh(false, nullptr, [&](const std::string& text) {
+    if (text.starts_with("reading")) {
+      std::call_once(first, [&] { home_.remove("recordings/" + name(0)); });
+    }
+  });
+  EXPECT_EQ(index_.find("rec-" + name(0)), nullptr);
+  EXPECT_EQ(index_.entries().size(), std::size_t{kMeetings - 1});
+  EXPECT_THAT(result.errors, IsEmpty());
+  EXPECT_EQ(result.removed, 1u);
 }
 
 TEST_F(Refresh, KeepsTheLastEntryWhenItsSourceTakesAnotherPlace) {
