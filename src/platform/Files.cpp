@@ -327,8 +327,7 @@ std::optional<FileStatus> fileStatus(const std::string& path) {
 bool leadsElsewhere(const std::string& path) {
   struct stat info = {};
   if (holdsNUL(path) || ::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) return false;
-  const std::string target = realPath(path);
-  return target.empty() || parentPath(target) != realPath(parentPath(path));
+  return !realPath(path).starts_with(joinPath(realPath(parentPath(path)), ""));
 }
 
 std::string readFile(const std::string& path) {

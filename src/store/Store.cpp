@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <unordered_set>
 
 #include "config/StoreError.h"
 #include "index/FoldedText.h"
@@ -37,14 +38,17 @@ constexpr std::int64_t kDefaultLimit = 20;
 constexpr std::int64_t kMaxLimit = 200;
 constexpr std::size_t kMaxHitCharacters = 400;
 
-// Words are separated by these four characters only, on purpose: an ideographic space joins.
+// Words are separated by these four characters only, on purpose: an ideographic space joins. A word
+// that comes again says nothing new.
 std::vector<QueryToken> tokensOf(std::string_view query) {
   constexpr std::string_view kSeparators = " \t\n\r";
   std::vector<QueryToken> tokens;
+  std::unordered_set<std::string_view> seen;
   std::size_t begin = query.find_first_not_of(kSeparators);
   while (begin != std::string_view::npos) {
     const std::size_t end = std::min(query.find_first_of(kSeparators, begin), query.size());
-    tokens.emplace_back(scriptVariants(query.substr(begin, end - begin)));
+    const std::string_view word = query.substr(begin, end - begin);
+    if (seen.insert(word).second) tokens.emplace_back(scriptVariants(word));
     begin = query.find_first_not_of(kSeparators, end);
   }
   return tokens;

@@ -7,13 +7,13 @@
 
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <elf.h>
+
+#include "platform/Files.h"
 
 namespace velta {
 namespace {
@@ -21,10 +21,7 @@ namespace {
 // The program's file as a loader sees it.
 class Program {
  public:
-  Program() {
-    std::ifstream file(VELTA_BINARY, std::ios::binary);
-    bytes_.assign(std::istreambuf_iterator<char>(file), {});
-  }
+  Program() { bytes_ = readFile(VELTA_BINARY); }
 
   Elf64_Ehdr header() const { return at<Elf64_Ehdr>(0); }
 

@@ -11,6 +11,7 @@
 
 #include "faults/Writes.h"
 #include "support/Faults.h"
+#include "support/Sanitized.h"
 
 namespace velta {
 namespace {
@@ -31,6 +32,14 @@ struct Way {
 };
 
 const std::vector<Way>& ways() {
+  if constexpr (test::kSanitized) {
+    static const std::vector<Way> few = {
+        {"KilledAfter", "kill-after", false, ""},
+        {"NoSpaceFromThere", "ENOSPC", true, std::strerror(ENOSPC)},
+        {"HalfAWrite", "short", false, std::strerror(ENOSPC)},
+    };
+    return few;
+  }
   static const std::vector<Way> all = {
       {"KilledBefore", "kill", false, ""},
       {"KilledAfter", "kill-after", false, ""},

@@ -24,6 +24,7 @@
 #endif
 
 #include "faults/Writes.h"
+#include "support/Sanitized.h"
 
 namespace velta {
 namespace {
@@ -77,11 +78,7 @@ TEST_P(EveryWrite, FewDescriptorsLeaveOldOrNewAndEndNothing) {
   const Reference reference(write());
   // With fewer the system cannot load the program, or the sanitizers' own look at memory fails,
   // which takes a pipe.
-#ifdef __SANITIZE_ADDRESS__
-  constexpr int kFewest = 7;
-#else
-  constexpr int kFewest = 4;
-#endif
+  constexpr int kFewest = test::kSanitized ? 7 : 4;
   for (int most = kFewest; most <= 9; ++most) {
     SCOPED_TRACE("ulimit -n " + std::to_string(most));
     const Place place(write());

@@ -21,6 +21,7 @@
 
 #include "life/Caller.h"
 #include "life/World.h"
+#include "support/Sanitized.h"
 
 namespace velta {
 namespace {
@@ -34,7 +35,7 @@ using testing::IsEmpty;
 #ifdef NDEBUG
 constexpr std::size_t kUsualCalls = 20'000;
 #else
-constexpr std::size_t kUsualCalls = 4'000;
+constexpr std::size_t kUsualCalls = test::kSanitized ? 1'000 : 4'000;
 #endif
 constexpr std::size_t kCallsAChange = 10;
 constexpr std::size_t kRecordings = 2;  // in each tenth of the life
@@ -46,17 +47,7 @@ constexpr std::size_t kRecordings = 2;  // in each tenth of the life
 constexpr long kTolerance = 768;
 
 // A sanitizer keeps what was freed, and the memory tells nothing.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMemoryTells = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kMemoryTells = false;
-#else
-constexpr bool kMemoryTells = true;
-#endif
-#else
-constexpr bool kMemoryTells = true;
-#endif
+constexpr bool kMemoryTells = !test::kSanitized;
 
 // VELTA_SOAK_CALLS: for a life of so many calls. It is told of in a table then.
 std::size_t wantedCalls() {

@@ -186,6 +186,27 @@ TEST_F(FileLockTest, ProcessesThatTakeTurnsNeverHoldItTogether) {
   EXPECT_EQ(folder_.read("locked"), std::to_string(kProcesses * kTurns));
 }
 
+// One that has always more to do would keep the others out: nobody sees the moment between two
+// turns.
+TEST_F(FileLockTest, ProcessThatAsksAgainAtOnceLetsAnotherHaveItsTurns) {
+  constexpr int kTurns = 10;
+  constexpr int kMost = 300;  // ten or twenty as a rule; thousands where the other has to be lucky
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    for (int i = 0; i < kTurns; ++i) const FileLock lock(file_, seconds(30));
+    ::_exit(0);
+  }
+  int own = 0;
+  while (::waitpid(child, nullptr, WNOHANG) == 0 && own < kMost) {
+    const FileLock lock(file_, seconds(30));
+    ++own;
+    ::usleep(2000);  // what is done under the lock
+  }
+  ::kill(child, SIGKILL);
+  EXPECT_LT(own, kMost);
+}
+
 TEST_F(FileLockTest, PathThatIsNotThereFailsAtOnce) {
   const std::string missing = folder_.file("missing");
   const auto begin = steady_clock::now();

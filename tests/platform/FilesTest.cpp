@@ -210,6 +210,10 @@ TEST(LeadsElsewhere, OnlyLinksOutOfTheirDirectoryDo) {
   EXPECT_FALSE(leadsElsewhere(folder.file("record/nothing")));
   EXPECT_FALSE(leadsElsewhere(link("real", "record/beside")));
   EXPECT_FALSE(leadsElsewhere(link(folder.file("record/beside"), "record/again")));
+  folder.write("record/below/it", "x");
+  EXPECT_FALSE(leadsElsewhere(link("below/it", "record/in")));
+  folder.write("record2", "x");
+  EXPECT_TRUE(leadsElsewhere(link("../record2", "record/nextDoor")));
   EXPECT_TRUE(leadsElsewhere(link("../outside", "record/out")));
   EXPECT_TRUE(leadsElsewhere(link("out", "record/outByTwo")));
   EXPECT_TRUE(leadsElsewhere(link("nowhere", "record/dangling")));

@@ -125,7 +125,7 @@ class Reader {
 
 TEST(AddTerms, EightServersAtOnceLoseNoTermAndTheFileIsAlwaysWhole) {
   constexpr std::size_t kServers = 8;
-  constexpr std::size_t kTerms = 100;
+  constexpr std::size_t kTerms = 50;
   const DataHome home;
   allow(home);
   std::vector<std::unique_ptr<ServerProcess>> servers;

@@ -108,6 +108,13 @@ TEST_F(SearchTranscripts, NeedsEveryWordInTheSameLine) {
   EXPECT_THAT(lineIds(store_.searchFor("alpha\tbeta")), ElementsAre("L1", "L4"));
 }
 
+TEST_F(SearchTranscripts, NeedsARepeatedWordOnce) {
+  store_.add("m", linesOf({"alpha beta", "alpha", "beta", "BETA then ALPHA"}));
+  std::string query = "alpha beta";
+  for (int i = 0; i < 20000; ++i) query += i % 2 == 0 ? " alpha" : " ALPHA";
+  EXPECT_THAT(lineIds(store_.searchFor(query)), ElementsAre("L1", "L4"));
+}
+
 TEST_F(SearchTranscripts, NeverMatchesAcrossLines) {
   store_.add("m", linesOf({"al", "pha", "押", "金"}));
   EXPECT_THAT(lineIds(store_.searchFor("alpha")), IsEmpty());
