@@ -1,6 +1,7 @@
 // What the client tests share: a sample data home of their own, and the built program as a child
 // process of a real client library.
-import { cpSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
+import { spawn } from "node:child_process";
+import { cpSync, mkdirSync, mkdtempSync, readFileSync, rmSync, symlinkSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { dirname, join, resolve } from "node:path";
 import { fileURLToPath } from "node:url";
@@ -13,16 +14,19 @@ import { StdioClientTransport as Transport2 } from "@modelcontextprotocol/client
 import { Ajv } from "ajv";
 import addFormats from "ajv-formats";
 
-const repository = resolve(dirname(fileURLToPath(import.meta.url)), "../..");
+export const repository = resolve(dirname(fileURLToPath(import.meta.url)), "../..");
 export const binary = resolve(repository, process.env.VELTA_BINARY ?? "build/release/velta-mcp");
 
 const identity = { name: "velta-client-tests", version: "1.0.0" };
 const kListChanged = "notifications/tools/list_changed";
 
-// A copy of the sample meetings in a temporary folder. Call remove() at the end.
+// A copy of the sample meetings in a temporary folder, or in `folder` of one: then `root` may be a
+// user's home that has the data home where the program looks for it. Call remove() at the end.
 export class SampleHome {
-  constructor() {
-    this.path = mkdtempSync(join(tmpdir(), "velta-home-"));
+  constructor(folder = "") {
+    this.root = mkdtempSync(join(tmpdir(), "velta-home-"));
+    this.path = join(this.root, folder);
+    mkdirSync(this.path, { recursive: true });
     for (const source of ["recordings", "imported", "legacy"]) {
       cpSync(join(repository, "examples", source), join(this.path, source), { recursive: true });
     }
@@ -50,8 +54,47 @@ export class SampleHome {
   }
 
   remove() {
-    rmSync(this.path, { recursive: true, force: true });
+    rmSync(this.root, { recursive: true, force: true });
   }
+}
+
+export const kDefaultHome = "Library/Application Support/MeetingNotes";
+
+// The text with the paths that stand in for the user's own replaced, as the user does it. The program
+// is named by a link in the home, whose path needs no quoting in any format.
+export function withPathsOf(home, text) {
+  const program = join(home.root, "velta-mcp");
+  rmSync(program, { force: true });
+  symlinkSync(binary, program);
+  return text.replaceAll("/path/to/build/release/velta-mcp", program).replaceAll("/path/to/home", home.path);
+}
+
+// The words of a command line as a shell hands them to the command, the command first.
+export async function shellWords(line) {
+  const [command] = line.trim().split(" ");
+  const script = `${command}() { printf '%s\\0' ${command} "$@"; }\n${line}`;
+  const { stdout } = await run("/bin/sh", ["-c", script]);
+  return stdout.split("\0").slice(0, -1);
+}
+
+// Runs a program to its end, with `input` as its standard input.
+export function run(command, args, { env = {}, input = "", cwd } = {}) {
+  return new Promise((done, failed) => {
+    const child = spawn(command, args, { env: { PATH: process.env.PATH ?? "", ...env }, cwd, timeout: 60000 });
+    const said = { stdout: [], stderr: [] };
+    for (const stream of ["stdout", "stderr"]) child[stream].on("data", (bytes) => said[stream].push(bytes));
+    child.on("error", failed);
+    child.on("close", (status) => done({
+      status, stdout: Buffer.concat(said.stdout).toString(), stderr: Buffer.concat(said.stderr).toString(),
+    }));
+    child.stdin.on("error", () => {});  // a program that refuses its arguments reads nothing
+    child.stdin.end(input);
+  });
+}
+
+// The text of a file of the repository.
+export function textOf(...path) {
+  return readFileSync(join(repository, ...path), "utf8");
 }
 
 // How to start the server for this agent.

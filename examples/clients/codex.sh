@@ -1,0 +1,1 @@
+codex mcp add velta -- /path/to/build/release/velta-mcp --client codex
