@@ -7,7 +7,8 @@
 #include "cli/CommandLine.h"
 #include "platform/Text.h"
 
-extern char** environ;  // POSIX: no header declares it
+// POSIX: no header declares it, though glibc's do.
+extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace {
 
