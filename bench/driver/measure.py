@@ -215,8 +215,10 @@ def index(bench, home):
 def add_build_ratio(bench, home, built, rapid, one):
     bench.results.add("index", "read + RapidJSON, one thread", rapid, "ns", home.meetings)
     goal = at_most(1.6, "<= 1.6 x") if home.meetings == BUILT else None
-    note = f"{one / rapid:.2f} x on one core" if one else ""
-    bench.results.add("index", "build against read + RapidJSON", built / rapid, "x", home.meetings, goal, note)
+    bench.results.add("index", "build against read + RapidJSON", built / rapid, "x", home.meetings, goal)
+    if one:
+        # The other has one thread, so this is what compares the work.
+        bench.results.add("index", "build on one core against it", one / rapid, "x", home.meetings, goal)
 
 
 def add_memory(bench, home, memory):
