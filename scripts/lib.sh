@@ -163,6 +163,7 @@ setup_checks() {
   have_fuzzer || packages+=("libclang-rt-$CLANG_VERSION-dev")
   have shellcheck || packages+=(shellcheck)
   have_node || packages+=(nodejs npm)
+  have python3 || packages+=(python3)
   have apt-get || return 0
   for package in ${packages[@]+"${packages[@]}"}; do
     note "installing with apt: $package"
