@@ -26,16 +26,6 @@ std::uint32_t saltOf(const Index::Entry& entry) {
   return static_cast<std::uint32_t>(std::hash<std::string>()(entry.meeting->id));
 }
 
-Signature signatureOf(const std::vector<std::string_view>& texts, std::uint32_t salt) {
-  std::size_t bytes = 0;
-  for (const std::string_view text : texts) bytes += text.size();
-  if (bytes == 0) return {};
-  Signature signature(bytes, salt);
-  for (const std::string_view text : texts) signature.add(text);
-  signature.settle();
-  return signature;
-}
-
 }  // namespace
 
 Index::Index(const Config& config, Clock now, HTTPFetcher* fetcher)
@@ -90,7 +80,7 @@ const std::vector<Index::Card>& Index::newestFirst() const {
 Index::Entry Index::composeEntry(std::shared_ptr<const Meeting> meeting) {
   Entry entry;
   entry.meeting = std::move(meeting);
-  entry.lineSignature = signatureOf({entry.meeting->lines.texts().bytes()}, saltOf(entry));
+  entry.lineSignature = Signature({entry.meeting->lines.texts().bytes()}, saltOf(entry));
   composeBody(entry);
   return entry;
 }
@@ -103,7 +93,7 @@ void Index::composeBody(Entry& entry) {
   const std::vector<NoteText> noteTexts = noteTextsOf(*entry.meeting, notes);
   std::vector<std::string_view> texts = {body};
   for (const NoteText& note : noteTexts) texts.emplace_back(note.text);
-  entry.bodySignature = signatureOf(texts, saltOf(entry));
+  entry.bodySignature = Signature(texts, saltOf(entry));
 }
 
 void Index::put(Entry entry) {

@@ -20,11 +20,11 @@ namespace velta {
 // The grams of a word, lowered; none for a single ASCII character or an empty word.
 std::vector<std::uint64_t> gramsOf(std::string_view lowered);
 
-// A signature to ask, without owning it.
+// A signature to ask, without owning it. A gram has two bits, both in one block of 64.
 struct SignatureView {
-  const std::uint64_t* bits = nullptr;
-  std::size_t size = 0;  // in bits
-  std::uint64_t salt = 0;
+  const std::uint64_t* blocks = nullptr;
+  std::size_t size = 0;          // in blocks
+  std::uint64_t multiplier = 1;  // what salts it
 
   // Whether the texts may hold a word with these grams. Where no text is nothing can be.
   bool mayHold(const std::vector<std::uint64_t>& grams) const;
@@ -32,25 +32,18 @@ struct SignatureView {
 
 class Signature {
  public:
+  // Of nothing: no word may be there.
   Signature() = default;
 
-  // Of texts of `bytes` bytes in all, which determine its size.
-  Signature(std::size_t bytes, std::uint32_t salt);
+  // Of `texts`, well-formed UTF-8. It is as small as it can be without letting many more words pass
+  // by chance. No gram spans a blank or a line feed, as no word of a query does.
+  Signature(const std::vector<std::string_view>& texts, std::uint32_t salt);
 
-  // Adds the grams of a text, well-formed UTF-8. No gram spans a blank or a line feed, as no word
-  // of a query does.
-  void add(std::string_view text);
-
-  // Makes it as small as it can be without passing many more words by chance; call it once, after
-  // the last text. How many different grams a text has shows only when it has been read.
-  void settle();
-
-  SignatureView view() const { return {bits_.data(), size_, salt_}; }
+  SignatureView view() const { return {blocks_.data(), blocks_.size(), multiplier_}; }
 
  private:
-  std::size_t size_ = 0;  // in bits
-  std::vector<std::uint64_t> bits_;
-  std::uint64_t salt_ = 0;
+  std::vector<std::uint64_t> blocks_;
+  std::uint64_t multiplier_ = 1;
 };
 
 }  // namespace velta

@@ -8,7 +8,8 @@
 // limited. A number without fraction and exponent that fits 64 bits is an integer, every other is a
 // double.
 //
-// A handler has these members; views are valid during the call only:
+// A handler has these members. Views are valid during the call only, but for those that lie in the
+// bytes themselves, which texts without escapes do:
 //   void onNull(); void onBool(bool); void onInt(std::int64_t); void onDouble(double);
 //   void onString(std::string_view); void onKey(std::string_view);
 //   void onObjectBegin(); void onObjectEnd(); void onArrayBegin(); void onArrayEnd();

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -93,6 +94,7 @@ struct Meeting {
       using is_transparent = void;
     };
 
+    void appendId(std::string_view id);
     std::uint32_t speakerNumber(std::string_view speaker);
     bool idsAreNumbers(bool emptyCounts) const;
     bool idsAscend() const;
@@ -101,11 +103,12 @@ struct Meeting {
     TextBlock texts_;
     LineTimes times_;
     bool inTimeOrder_ = true;
+    double latestStart_ = std::numeric_limits<double>::lowest();  // of the last line
     NumberColumn speakerOf_;
     std::vector<std::string> speakers_;
     // By name; empty once finished.
     std::unordered_map<std::string, std::uint32_t, NameHash, std::equal_to<>> speakerNumbers_;
-    TextBlock ids_;  // as given until finished; empty then when every id is "L" + number
+    TextBlock ids_;  // empty while every id is "L" + number
   };
 
   using Digest = MeetingDigest;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -12,16 +13,27 @@
 namespace velta {
 namespace {
 
+constexpr std::string_view kNobody = "?";
+
+// Whether `part` is a part of `whole`: the same bytes in memory.
+bool liesIn(std::string_view whole, std::string_view part) {
+  const std::less_equal<> isAtMost;
+  return isAtMost(whole.data(), part.data()) &&
+         isAtMost(part.data() + part.size(), whole.data() + whole.size());
+}
+
 // The members of a line object that count, as far as they have come. The last value of a repeated
 // key wins, also when it is of a kind that makes the member absent.
 class LineMembers {
  public:
+  explicit LineMembers(std::string_view document) : document_(document) {}
+
   void begin() {
-    id_.clear();
+    id_.view = {};
     tStart_ = 0;
     tEnd_.reset();
-    speaker_ = "?";
-    text_.clear();
+    speaker_.view = kNobody;
+    text_.view = {};
     key_ = Key::other;
   }
 
@@ -51,16 +63,26 @@ class LineMembers {
   }
 
   void appendTo(Meeting::Transcript& lines) const {
-    lines.append(id_, tStart_, tEnd_, speaker_, text_);
+    lines.append(id_.view, tStart_, tEnd_, speaker_.view, text_.view);
   }
 
  private:
   enum class Key : std::uint8_t { id, tStart, tEnd, speaker, text, other };
 
+  // Nearly every text stands in the document as it is; only those with escapes have to be copied.
+  struct Text {
+    std::string_view view;
+    std::string copy;
+  };
+
+  void hold(Text& text, std::string_view value) const {
+    text.view = liesIn(document_, value) ? value : std::string_view(text.copy.assign(value));
+  }
+
   void setString(std::optional<std::string_view> value) {
-    if (key_ == Key::text) text_ = value.value_or("");
-    if (key_ == Key::speaker) speaker_ = value.value_or("?");
-    if (key_ == Key::id) id_ = value.value_or("");
+    if (key_ == Key::text) hold(text_, value.value_or(""));
+    if (key_ == Key::speaker) hold(speaker_, value.value_or(kNobody));
+    if (key_ == Key::id) hold(id_, value.value_or(""));
   }
 
   void setNumber(std::optional<double> value) {
@@ -68,11 +90,12 @@ class LineMembers {
     if (key_ == Key::tEnd) tEnd_ = value;
   }
 
-  std::string id_;
+  std::string_view document_;
+  Text id_;
   double tStart_ = 0;
   std::optional<double> tEnd_;
-  std::string speaker_;
-  std::string text_;
+  Text speaker_;
+  Text text_;
   Key key_ = Key::other;
 };
 
@@ -80,6 +103,8 @@ class LineMembers {
 // Depth 1 is inside the top-level object, 2 inside the array of lines, 3 inside one line.
 class RecordingHandler {
  public:
+  explicit RecordingHandler(std::string_view document) : line_(document) {}
+
   void onNull() {
     if (inLines_) {
       onOther();
@@ -215,7 +240,7 @@ Meeting::Transcript transcriptOfElements(const JSON::Array& elements) {
     const JSONObject* line = element.asObject();
     if (line == nullptr) continue;
     lines.append(line->getString("id").value_or(""), line->getNumber("t_start").value_or(0),
-                 line->getNumber("t_end"), line->getString("speaker").value_or("?"),
+                 line->getNumber("t_end"), line->getString("speaker").value_or(kNobody),
                  line->getString("text").value_or(""));
   }
   lines.settleIds();
@@ -223,7 +248,7 @@ Meeting::Transcript transcriptOfElements(const JSON::Array& elements) {
 }
 
 RecordingFile parseRecordingFile(std::string_view bytes) {
-  RecordingHandler handler;
+  RecordingHandler handler(bytes);
   parseJSONEvents(bytes, handler);
   return handler.take();
 }

@@ -51,8 +51,10 @@ std::optional<std::string> settled(std::string_view key, const JSONObject& main,
   return text ? text : nonEmptyString(main, key);
 }
 
-void readUpload(Meeting& meeting, const std::string& mainPath) {
-  const std::string path = uploadFile(mainPath);
+// Only when it was listed: one that came since makes the next refresh read the meeting again.
+void readUpload(Meeting& meeting, const Sources::FileSet& files) {
+  if (!files.uploadModified) return;
+  const std::string path = uploadFile(files.files.front());
   const auto upload = leadsElsewhere(path) ? std::nullopt : readOptionalObject(path);
   if (!upload) return;
   const auto id = upload->getString("meeting_id");
@@ -113,7 +115,7 @@ Meeting readRecording(std::string_view kind, const Sources::FileSet& files, Inst
   meeting.digestFollowsNotes = true;
   meeting.notes = std::move(notes);
   meeting.lines = std::move(file.lines);
-  readUpload(meeting, mainPath);
+  readUpload(meeting, files);
   return meeting;
 }
 

@@ -9,6 +9,8 @@
 namespace velta {
 namespace {
 
+constexpr std::size_t kFewSpeakers = 8;
+
 std::string numberedId(std::size_t index) { return std::string("L") + std::to_string(index + 1); }
 
 // Whether `id` is numberedId(index), without making that string.
@@ -73,16 +75,28 @@ bool comesBefore(std::string_view a, std::string_view b) {
 
 void Meeting::Transcript::append(std::string_view id, double tStart, std::optional<double> tEnd,
                                  std::string_view speaker, std::string_view text) {
+  appendId(id);
   texts_.append(text);
-  ids_.append(id);
   const double start = std::isfinite(tStart) ? tStart : 0;
-  inTimeOrder_ = inTimeOrder_ && (times_.empty() || times_.start(times_.size() - 1) <= start);
+  inTimeOrder_ = inTimeOrder_ && latestStart_ <= start;
+  latestStart_ = start;
   times_.append(start, tEnd && std::isfinite(*tEnd) ? tEnd : std::nullopt);
   speakerOf_.append(speakerNumber(speaker));
 }
 
+// While every id is the number of its line none is kept.
+void Meeting::Transcript::appendId(std::string_view id) {
+  if (ids_.empty() && isNumberedId(id, size())) return;
+  for (std::size_t before = ids_.size(); before < size(); ++before) ids_.append(numberedId(before));
+  ids_.append(id);
+}
+
 std::uint32_t Meeting::Transcript::speakerNumber(std::string_view speaker) {
-  if (!speakerOf_.empty() && speakers_[speakerOf_.back()] == speaker) return speakerOf_.back();
+  // Few speak in most meetings: a look at each is quicker than hashing the name.
+  const std::size_t few = std::min(speakers_.size(), kFewSpeakers);
+  for (std::uint32_t number = 0; number < few; ++number) {
+    if (speakers_[number] == speaker) return number;
+  }
   const auto known = speakerNumbers_.find(speaker);
   if (known != speakerNumbers_.end()) return known->second;
   const auto number = static_cast<std::uint32_t>(speakers_.size());

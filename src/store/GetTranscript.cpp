@@ -1,7 +1,9 @@
 #include <limits>
+#include <optional>
 #include <string_view>
 #include <utility>
 
+#include "json/JSONParser.h"
 #include "meetings/TextNorm.h"
 #include "store/Answer.h"
 #include "store/Store.h"
@@ -16,18 +18,29 @@ constexpr std::string_view kNoLines =
 constexpr std::int64_t kDefaultLimit = 400;
 constexpr std::int64_t kMaxLimit = 2000;
 
-JSON lineObject(const Meeting::Transcript& lines, std::size_t index) {
-  const double start = lines.tStart(index);
-  JSONObject line;
-  line.reserve(6);
-  // Set one by one: a braced list would copy every value, and there are up to 2,000 lines.
-  line.set("line_id", lines.id(index));
-  line.set("t_start", start);
-  line.set("t_end", lines.tEnd(index));
-  line.set("clock", formatClock(start));
-  line.set("speaker", lines.speaker(index));
-  line.set("text", lines.text(index));
-  return line;
+// Appends a line by the events of its JSON, which lays it out in one piece of memory: there are up
+// to 2,000 of them.
+void appendLine(JSONBuilder& lines, const Meeting::Transcript& transcript, std::size_t index) {
+  const double start = transcript.tStart(index);
+  const std::optional<double> end = transcript.tEnd(index);
+  lines.onObjectBegin();
+  lines.onKey("line_id");
+  lines.onString(transcript.id(index));
+  lines.onKey("t_start");
+  lines.onDouble(start);
+  lines.onKey("t_end");
+  if (end) {
+    lines.onDouble(*end);
+  } else {
+    lines.onNull();
+  }
+  lines.onKey("clock");
+  lines.onString(formatClock(start));
+  lines.onKey("speaker");
+  lines.onString(transcript.speaker(index));
+  lines.onKey("text");
+  lines.onString(transcript.text(index));
+  lines.onObjectEnd();
 }
 
 }  // namespace
@@ -40,20 +53,23 @@ JSONObject Store::getTranscript(const TranscriptArguments& arguments, const Acce
   const double to = arguments.toSec.value_or(std::numeric_limits<double>::infinity());
   const std::size_t limit = effectiveLimit(arguments.limit, kDefaultLimit, kMaxLimit);
 
-  JSON::Array lines;
+  JSONBuilder lines;
+  std::size_t count = 0;
   bool truncated = false;
+  lines.onArrayBegin();
   for (std::size_t i = transcript.firstFrom(from); i < transcript.size(); ++i) {
     const double start = transcript.tStart(i);
     if (start > to && transcript.isInTimeOrder()) break;
     if (start < from || start > to) continue;
-    truncated = lines.size() == limit;
+    truncated = count == limit;
     if (truncated) break;
-    lines.push_back(lineObject(transcript, i));
+    appendLine(lines, transcript, i);
+    ++count;
   }
+  lines.onArrayEnd();
 
-  const std::size_t count = lines.size();
   JSONObject result{{"id", meeting.id}, {"title", meeting.title}, {"date", meeting.date}};
-  result.set("lines", std::move(lines));  // a braced list would copy them
+  result.set("lines", lines.take());  // a braced list would copy them
   result.set("count", count);
   result.set("truncated", truncated);
   result.set("index", std::move(status));

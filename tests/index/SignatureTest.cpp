@@ -10,12 +10,7 @@
 namespace velta {
 namespace {
 
-Signature signatureOf(std::string_view text, std::uint32_t salt = 7) {
-  Signature signature(text.size(), salt);
-  signature.add(text);
-  signature.settle();
-  return signature;
-}
+Signature signatureOf(std::string_view text, std::uint32_t salt = 7) { return {{text}, salt}; }
 
 bool mayHold(const Signature& signature, std::string_view word) {
   return signature.view().mayHold(gramsOf(word));
@@ -82,6 +77,33 @@ TEST(Signature, NeverRulesOutAPartOfItsText) {
       part += text[i] == "B" ? "b" : text[i];
     ASSERT_TRUE(mayHold(signature, part)) << whole << " / " << part;
   }
+}
+
+// Words up to fifteen bytes are hashed once a text, longer ones wherever they stand; what a word
+// touches counts each time, also at the very end of the text.
+TEST(Signature, MayHoldWordsOfEveryLengthAndWhatTheyTouch) {
+  std::string word;
+  for (int length = 1; length <= 40; ++length) {
+    word += static_cast<char>('a' + length * 7 % 26);
+    const Signature signature = signatureOf(word + " 押" + word + "金 " + word + "\n錢" + word);
+    const std::string last(1, word.back());
+    for (const std::string& part : {word, "押" + word, last + "金", "錢" + word})
+      EXPECT_TRUE(mayHold(signature, part)) << word << " / " << part;
+  }
+}
+
+// Two words of which each begins like the other must not be taken for one.
+TEST(Signature, MayHoldWordsThatDifferLate) {
+  std::string text;
+  std::vector<std::string> words;
+  for (int i = 0; i < 26; ++i) {
+    for (const std::string_view stem : {"", "abc", "abcdefg", "abcdefgh", "abcdefghijklmn"}) {
+      words.push_back(std::string(stem) + static_cast<char>('a' + i) + static_cast<char>('z' - i));
+      text += words.back() + ' ';
+    }
+  }
+  const Signature signature = signatureOf(text);
+  for (const std::string& word : words) EXPECT_TRUE(mayHold(signature, word)) << word;
 }
 
 // A word that no meeting holds must not pass most of them: the salt spreads the mistakes.

@@ -57,6 +57,8 @@ TEST(Transcript, AGivenNumberThatIsNotTheLinesOwnIsKept) {
 
 TEST(Transcript, GivenNumbersMixWithMadeOnes) {
   EXPECT_THAT(settled({"L1", "", "L3"}), ElementsAre("L1", "L2", "L3"));
+  EXPECT_THAT(settled({"L1", "L2", "x", "L4"}), ElementsAre("L1", "L2", "x", "L4"));
+  EXPECT_THAT(settled({"L1", "L2", "L2"}), ElementsAre("L1", "L2", "L2-2"));
 }
 
 TEST(Transcript, NumbersAreRightBeyondOneDigit) {
@@ -101,6 +103,18 @@ TEST(Transcript, SpeakersAreListedOnceInOrderOfAppearance) {
   EXPECT_THAT(lines.speakers(), ElementsAre("Amy", "小美", "?"));
   EXPECT_EQ(lines.speakerIndex(2), 0U);
   EXPECT_EQ(lines.speaker(4), "小美");
+}
+
+TEST(Transcript, ManySpeakersAreListedOnceToo) {
+  constexpr std::size_t kSpeakers = 300;
+  const auto name = [](std::size_t number) { return "speaker " + std::to_string(number); };
+  Meeting::Transcript lines;
+  for (std::size_t i = 0; i < 3 * kSpeakers; ++i)
+    lines.append("", 0, std::nullopt, name(i * 7 % kSpeakers), "");
+  lines.settleIds();
+  EXPECT_EQ(lines.speakers().size(), kSpeakers);
+  for (std::size_t i = 0; i < lines.size(); ++i)
+    ASSERT_EQ(lines.speaker(i), name(i * 7 % kSpeakers));
 }
 
 TEST(Transcript, ALineHasAllItsColumns) {
