@@ -43,6 +43,11 @@ function(velta_library name)
   endforeach()
 endfunction()
 
+# Where the tests are only compiled and linked (scripts/check-macos), they need not be fast, and
+# GoogleTest's headers are read once for all.
+set(VELTA_TEST_OPTIONS "" CACHE STRING "Compiler options of the tests, after those of the build type")
+option(VELTA_TEST_HEADER "Compile GoogleTest's headers once for all tests" OFF)
+
 # velta_tests(NAME LIBRARIES...): one test program of every tests/NAME/*Test.cpp.
 function(velta_tests name)
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_SOURCE_DIR}/tests/${name}/*Test.cpp")
@@ -52,6 +57,10 @@ function(velta_tests name)
   add_executable(${name}_tests ${sources})
   target_link_libraries(${name}_tests PRIVATE
     velta_flags velta_test_support GTest::gmock GTest::gtest_main)
+  target_compile_options(${name}_tests PRIVATE ${VELTA_TEST_OPTIONS})
+  if(VELTA_TEST_HEADER)
+    target_precompile_headers(${name}_tests REUSE_FROM velta_test_header)
+  endif()
   foreach(library IN LISTS ARGN)
     target_link_libraries(${name}_tests PRIVATE velta_${library})
   endforeach()

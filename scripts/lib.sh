@@ -16,9 +16,18 @@ fi
 
 say() { printf '%s\n' "$*"; }
 note() { printf '%s%s%s\n' "$DIM" "$*" "$PLAIN"; }
+# Says that a check went well; scripts/test counts these lines.
+checked() { printf '%sok%s  %s\n' "$GREEN" "$PLAIN" "$*"; }
 die() {
   printf '%s%s: %s%s\n' "$RED" "$(basename "$0")" "$*" "$PLAIN" >&2
   exit 1
+}
+
+# Ends a script that cannot have what it needs from a package registry (EX_UNAVAILABLE of sysexits.h).
+UNAVAILABLE=69
+unavailable() {
+  printf '%s%s: %s%s\n' "$RED" "$(basename "$0")" "$*" "$PLAIN" >&2
+  exit "$UNAVAILABLE"
 }
 
 # usage TEXT ARGUMENTS...: prints TEXT and ends when -h or --help is among the arguments.

@@ -74,9 +74,10 @@ class Index {
     std::size_t changed = 0;   // meetings read anew
     std::size_t removed = 0;   // entries dropped
     std::vector<std::pair<std::string, std::size_t>>
-        perSource;                    // label and count, first seen first
-    std::vector<std::string> errors;  // one a failed source or file set
-    JSONObject cloud;                 // status of the web meetings; empty when there is none
+        perSource;                      // label and count, first seen first
+    std::vector<std::string> errors;    // one a failed source or file set
+    std::vector<std::string> warnings;  // of what is no failure; see Sources::takeWarnings
+    JSONObject cloud;                   // status of the web meetings; empty when there is none
   };
 
   using Progress = Cloud::Progress;

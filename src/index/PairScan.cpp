@@ -5,6 +5,8 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
+
+#include "platform/Processor.h"
 #elif defined(__ARM_NEON) && defined(__aarch64__)
 #include <arm_neon.h>
 #endif
@@ -115,7 +117,7 @@ const char* findPairSSE2(const char* at, const char* end, std::span<const PairSc
   return findPairPortably(at, end, scans);
 }
 
-const auto kFindPair = __builtin_cpu_supports("avx2") ? findPairAVX2 : findPairSSE2;
+const auto kFindPair = hasAVX2() ? findPairAVX2 : findPairSSE2;
 
 #elif defined(__ARM_NEON) && defined(__aarch64__)
 

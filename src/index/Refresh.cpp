@@ -178,6 +178,7 @@ void Index::Refresh::listSources() {
   for (std::size_t number = 0; number < sources->size(); ++number) {
     if (const JSONObject* source = (*sources)[number].asObject()) listSource(*source, number);
   }
+  result_.warnings = index_.sources_.takeWarnings();
 }
 
 void Index::Refresh::listSource(const JSONObject& source, std::size_t number) {

@@ -20,6 +20,15 @@ std::string unknownKind(const std::string& kind) {
   return "unknown source type '" + kind + "'; use recordings, imported or legacy";
 }
 
+// Only what the configuration names is named: the folder itself may be one that a "*" stands for.
+std::string notListed(std::string_view named, const std::error_code& reason) {
+  constexpr const char* kNextStep =
+      "let your user read the folder; on a Mac, allow it for the app that starts this server, in "
+      "System Settings > Privacy & Security > Files and Folders";
+  return "a folder of the source " + std::string(named) + " cannot be listed (" + reason.message() +
+         "), so meetings may be missing. Next step: " + kNextStep;
+}
+
 std::string kindOf(const JSONObject& source) {
   return std::string(source.getString("type").value_or(""));
 }
@@ -62,6 +71,13 @@ std::vector<std::string> Sources::globFiles(std::string_view pattern) const {
   return globPaths(expandTilde(pattern, escapeForGlob(userHome_)));
 }
 
+std::vector<std::string> Sources::glob(const std::string& pattern, std::string_view named) {
+  std::error_code obstacle;
+  std::vector<std::string> paths = globPaths(pattern, &obstacle);
+  if (obstacle) warnings_.push_back(notListed(named, obstacle));
+  return paths;
+}
+
 std::vector<Sources::FileSet> Sources::listSource(const JSONObject& source) {
   const std::string kind = kindOf(source);
   if (isRecordingKind(kind)) return listRecordings(source, kind);
@@ -70,11 +86,12 @@ std::vector<Sources::FileSet> Sources::listSource(const JSONObject& source) {
 }
 
 std::vector<Sources::FileSet> Sources::listRecordings(const JSONObject& source,
-                                                      const std::string& kind) const {
+                                                      const std::string& kind) {
   const auto pattern = source.getString("glob");
   if (!pattern) throw ReadError(missingGlob(kind));
   std::vector<FileSet> sets;
-  for (const auto& path : globFiles(*pattern)) sets.push_back(listRecording(path));
+  const std::string expanded = expandTilde(*pattern, escapeForGlob(userHome_));
+  for (const auto& path : glob(expanded, *pattern)) sets.push_back(listRecording(path));
   return sets;
 }
 
@@ -83,7 +100,7 @@ std::vector<Sources::FileSet> Sources::listLegacy(const JSONObject& source) {
   if (!path) throw ReadError(kMissingPath);
   const std::string root = escapeForGlob(expandTilde(*path, userHome_));
   std::vector<FileSet> sets;
-  for (const auto& record : globPaths(joinPath(root, "records/*/meeting.json"))) {
+  for (const auto& record : glob(joinPath(root, "records/*/meeting.json"), *path)) {
     FileSet set = startFileSet(record);
     const auto digest = digestName(record, set.modified);
     addFile(set, beside(record, kLegacyTranscript));

@@ -61,6 +61,10 @@ class Sources {
   // The meeting of one file set. Throws ReadError. Safe to call from several threads at once.
   static Meeting readMeeting(const JSONObject& source, const FileSet& files, Instant now);
 
+  // What of the listings since the last call the user should know although it is no failure: each
+  // pattern or path of the configuration with a folder that may not be listed.
+  std::vector<std::string> takeWarnings() { return std::exchange(warnings_, {}); }
+
   // Paths that match a pattern, "~" expanded, in ascending byte order.
   std::vector<std::string> globFiles(std::string_view pattern) const;
 
@@ -74,12 +78,15 @@ class Sources {
     std::optional<std::string> name;
   };
 
-  std::vector<FileSet> listRecordings(const JSONObject& source, const std::string& kind) const;
+  std::vector<FileSet> listRecordings(const JSONObject& source, const std::string& kind);
   std::vector<FileSet> listLegacy(const JSONObject& source);
+  // The paths of `pattern`, which comes from `named` of the configuration.
+  std::vector<std::string> glob(const std::string& pattern, std::string_view named);
   std::optional<std::string> digestName(const std::string& record, double modified);
 
   std::string userHome_;
   std::unordered_map<std::string, DigestName> digestNames_;  // by path of meeting.json
+  std::vector<std::string> warnings_;
 };
 
 // The items of the written notes that can be cited and searched, "D1", "D2", …: decisions, open

@@ -160,6 +160,15 @@ void requireReplaceable(const std::string& target) {
   fail("replace", target);
 }
 
+// Makes what was written to a file outlast a loss of power; negative when that fails.
+int flushToDisk(int descriptor) {
+#ifdef __APPLE__
+  // fsync(2) there leaves the bytes in the memory of the drive. Not every file system can do more.
+  if (::fcntl(descriptor, F_FULLFSYNC) == 0) return 0;
+#endif
+  return ::fsync(descriptor);
+}
+
 // A file that becomes `target`, or is removed. Failures name the target.
 class TemporaryFile {
  public:
@@ -194,7 +203,7 @@ class TemporaryFile {
 
   void write(std::string_view bytes) {
     if (!writeAll(descriptor_.get(), bytes)) fail("write", target_);
-    if (::fsync(descriptor_.get()) != 0) fail("fsync", target_);
+    if (flushToDisk(descriptor_.get()) != 0) fail("fsync", target_);
   }
 
   // The lock is held until then, so that nobody takes the file for one that was left.
@@ -313,6 +322,16 @@ std::optional<std::string> homeOfUser(const std::string& name) {
   return std::string(entry->pw_dir);
 }
 
+// glob(3) tells of a folder that it cannot list to a function that knows nothing else.
+thread_local std::error_code* gObstacle = nullptr;
+
+int noteObstacle(const char*, int error) {
+  const bool isThere = error != ENOENT && error != ENOTDIR;
+  if (gObstacle != nullptr && isThere && !*gObstacle)
+    gObstacle->assign(error, std::generic_category());
+  return 0;  // goes on with the other folders
+}
+
 }  // namespace
 
 std::optional<FileStatus> fileStatus(const std::string& path) {
@@ -321,7 +340,8 @@ std::optional<FileStatus> fileStatus(const std::string& path) {
   if (holdsNUL(path) || ::lstat(path.c_str(), &info) != 0) return std::nullopt;
   const bool isLink = S_ISLNK(info.st_mode);
   if (isLink && ::stat(path.c_str(), &info) != 0) return std::nullopt;
-  return FileStatus{secondsOf(info), S_ISDIR(info.st_mode), isLink, info.st_mode & kPermissionBits};
+  const auto permissions = static_cast<mode_t>(info.st_mode & kPermissionBits);
+  return FileStatus{secondsOf(info), S_ISDIR(info.st_mode), isLink, permissions};
 }
 
 bool leadsElsewhere(const std::string& path) {
@@ -460,14 +480,16 @@ void appendLineToFile(const std::string& path, std::string_view line, mode_t per
               alone ? sizeOf(descriptor.get()) : std::nullopt, path);
 }
 
-std::vector<std::string> globPaths(const std::string& pattern) {
+std::vector<std::string> globPaths(const std::string& pattern, std::error_code* obstacle) {
   if (holdsNUL(pattern)) return {};
   glob_t found = {};
   std::vector<std::string> paths;
+  gObstacle = obstacle;
   // Sorted below, by bytes; glob(3) would sort by the locale.
-  if (::glob(pattern.c_str(), GLOB_NOSORT, nullptr, &found) == 0) {
+  if (::glob(pattern.c_str(), GLOB_NOSORT, noteObstacle, &found) == 0) {
     paths.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
   }
+  gObstacle = nullptr;
   ::globfree(&found);
   std::sort(paths.begin(), paths.end());
   return paths;

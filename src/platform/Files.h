@@ -97,8 +97,9 @@ bool removeFile(const std::string& path);
 void appendLineToFile(const std::string& path, std::string_view line, mode_t permissions);
 
 // Paths that glob(3) finds for `pattern`, without flags, sorted by bytes. No match and every error
-// give an empty list.
-std::vector<std::string> globPaths(const std::string& pattern);
+// give an empty list. `obstacle`, when given, becomes the first reason for which a folder could not
+// be listed; that there is no such folder is none.
+std::vector<std::string> globPaths(const std::string& pattern, std::error_code* obstacle = nullptr);
 
 // `text` with a backslash before every character that glob(3) treats specially.
 std::string escapeForGlob(std::string_view text);

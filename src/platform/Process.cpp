@@ -71,14 +71,14 @@ class Attributes {
   // `flags` besides those that every process gets.
   explicit Attributes(int flags) {
     check(::posix_spawnattr_init(&attributes_), kPrepare);
-    sigset_t none;
-    ::sigemptyset(&none);
+    sigset_t none;  // what empties and fills it are macros on macOS, so they have no "::"
+    sigemptyset(&none);
     ::posix_spawnattr_setsigmask(&attributes_, &none);
     // What this process ignores would stay ignored in the other.
     sigset_t ignored;
-    ::sigemptyset(&ignored);
-    ::sigaddset(&ignored, SIGPIPE);
-    ::sigaddset(&ignored, SIGXFSZ);
+    sigemptyset(&ignored);
+    sigaddset(&ignored, SIGPIPE);
+    sigaddset(&ignored, SIGXFSZ);
     ::posix_spawnattr_setsigdefault(&attributes_, &ignored);
     flags |= POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
 #ifdef __APPLE__

@@ -5,6 +5,8 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
+
+#include "platform/Processor.h"
 #elif defined(__ARM_NEON) && defined(__aarch64__)
 #include <arm_neon.h>
 #endif
@@ -133,7 +135,7 @@ __attribute__((target("avx2"))) std::size_t skipAVX2(std::string_view bytes) {
   return characterBefore(bytes, at);
 }
 
-const bool kHasBlocks = __builtin_cpu_supports("avx2") != 0;
+const bool kHasBlocks = hasAVX2();
 
 #elif defined(__ARM_NEON) && defined(__aarch64__)
 

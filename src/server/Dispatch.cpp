@@ -46,6 +46,7 @@ bool isFresh(const ServerState& state) {
 
 void warnOf(ServerState& state, const Index::BuildResult& result) {
   for (const std::string& error : result.errors) state.warnings.warn("could not index " + error);
+  for (const std::string& warning : result.warnings) state.warnings.warn(warning);
 }
 
 void refreshWhenDue(ServerState& state) {

@@ -177,6 +177,7 @@ void Server::buildIndex() {
                   std::to_string(result.changed) + " web=" + webStatus(result.cloud) + "\n");
   for (const std::string& error : result.errors)
     state_.diagnose("WARN could not index " + shown(error) + "\n");
+  for (const std::string& text : result.warnings) state_.warnings.warn(text);
   if (const auto warning = result.cloud.getString("warning"))
     state_.diagnose("WARN " + shown(*warning) + "\n");
 }

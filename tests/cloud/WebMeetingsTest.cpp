@@ -947,7 +947,7 @@ TEST_F(CloudCache, RowThatStandsForAnotherMeetingIsLeftOut) {
 TEST_F(CloudCache, DeeplyNestedRowsAreNotBlownUpByIndentation) {
   WebMeetings::Rows rows;
   const std::string deep = std::string(3000, '[') + std::string(3000, ']');
-  for (int number = 1; number <= 5; ++number) {
+  for (std::size_t number = 1; number <= 5; ++number) {
     JSON object = parseJSON(R"({"summary": )" + deep + "}");
     rows[uuidOf(number)] = {
         "1",

@@ -13,7 +13,9 @@
 namespace velta {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 class SourcesListing : public testing::Test {
@@ -182,6 +184,31 @@ TEST_F(SourcesListing, TheDigestNameIsReadAgainOnlyWhenTheRecordChanged) {
   EXPECT_THAT(names(legacy().at(0)), ElementsAre("meeting.json", "one.md"));  // not read
   touch("records/a/meeting.json", 1);
   EXPECT_THAT(names(legacy().at(0)), ElementsAre("meeting.json", "two.md"));
+}
+
+TEST_F(SourcesListing, AFolderThatCannotBeListedIsAWarningThatNamesThePattern) {
+  folder_.write("r/a/notes.json", "{}");
+  std::filesystem::create_symlink("loop", folder_.file("loop"));  // what opens it goes in circles
+  EXPECT_THAT(recordings("/loop/*/notes.json"), IsEmpty());
+  EXPECT_THAT(sources_.takeWarnings(),
+              ElementsAre(AllOf(HasSubstr("the source " + folder_.path() + "/loop/*/notes.json "),
+                                HasSubstr(". Next step: "))));
+  EXPECT_THAT(sources_.takeWarnings(), IsEmpty());
+}
+
+TEST_F(SourcesListing, AFolderThatIsNotThereIsNoWarning) {
+  folder_.write("file", "");
+  for (const char* pattern : {"/gone/*/notes.json", "/file/*/notes.json"})
+    EXPECT_THAT(recordings(pattern), IsEmpty());
+  EXPECT_THAT(legacy(), IsEmpty());
+  EXPECT_THAT(sources_.takeWarnings(), IsEmpty());
+}
+
+TEST_F(SourcesListing, LegacyRecordsThatCannotBeListedAreAWarning) {
+  std::filesystem::create_symlink("records", folder_.file("records"));
+  EXPECT_THAT(legacy(), IsEmpty());
+  EXPECT_THAT(sources_.takeWarnings(),
+              ElementsAre(HasSubstr("the source " + folder_.path() + " ")));
 }
 
 TEST_F(SourcesListing, ATildeStandsForTheUsersHome) {

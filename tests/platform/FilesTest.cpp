@@ -679,6 +679,44 @@ TEST(GlobPaths, NothingFoundIsAnEmptyList) {
   EXPECT_THAT(globPaths(""), IsEmpty());
 }
 
+TEST(GlobPaths, FolderThatCannotBeListedIsAnObstacle) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(::symlink("a", folder.file("a").c_str()), 0);  // a link to itself is no folder to open
+  std::error_code obstacle;
+  EXPECT_THAT(globPaths(folder.file("a/*/notes.json"), &obstacle), IsEmpty());
+  EXPECT_EQ(obstacle.value(), ELOOP);
+}
+
+TEST(GlobPaths, FolderThatIsNotThereIsNoObstacle) {
+  const TemporaryFolder folder;
+  folder.write("file", "");
+  std::error_code obstacle;
+  for (const char* pattern : {"missing/*", "missing/*/notes.json", "file/*", "file/*/notes.json"})
+    EXPECT_THAT(globPaths(folder.file(pattern), &obstacle), IsEmpty()) << pattern;
+  EXPECT_FALSE(obstacle) << obstacle.message();
+}
+
+TEST(GlobPaths, FolderThatMayNotBeListedIsAnObstacleAndHidesNoOther) {
+  constexpr uid_t kOther = 65534;  // root may list everything, and so stops being root
+  const TemporaryFolder folder;
+  folder.write("closed/a/notes.json", "{}");
+  const std::string open = folder.write("open/a/notes.json", "{}");
+  ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(folder.file("closed").c_str(), 0000), 0);
+  const bool isRoot = ::geteuid() == 0;
+  if (isRoot) {
+    ASSERT_EQ(::seteuid(kOther), 0);
+  }
+  std::error_code obstacle;
+  const auto found = globPaths(folder.file("*/*/notes.json"), &obstacle);
+  if (isRoot) {
+    ASSERT_EQ(::seteuid(0), 0);
+  }
+  ::chmod(folder.file("closed").c_str(), 0755);
+  EXPECT_THAT(found, ElementsAre(open));
+  EXPECT_EQ(obstacle.value(), EACCES);
+}
+
 TEST(GlobPaths, HiddenFoldersNeedADot) {
   const TemporaryFolder folder;
   folder.write(".hidden/notes.json", "{}");

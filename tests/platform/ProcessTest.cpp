@@ -90,9 +90,9 @@ TEST(SpawnDetached, ProcessLeadsASessionOfItsOwn) {
 TEST(SpawnDetached, BlockedSignalsAreNotInherited) {
   sigset_t blocked;
   sigset_t before;
-  ::sigemptyset(&blocked);
-  ::sigaddset(&blocked, SIGTERM);
-  ::sigaddset(&blocked, SIGUSR1);
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGTERM);
+  sigaddset(&blocked, SIGUSR1);
   ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
   const Detached run;
   const pid_t pid = spawnDetached({"/bin/sleep", "60"}, run.environment, run.directory, run.log);

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -577,6 +578,23 @@ TEST(Dispatch, ErrorsOfALaterRefreshAreWarnedAboutOnce) {
   EXPECT_THAT(server.diagnostics,
               ElementsAre("meeting-notes MCP: could not index unknown source type 'web'; use "
                           "recordings, imported or legacy\n"));
+}
+
+TEST(Dispatch, AFolderThatCannotBeListedIsWarnedAboutOnceAndHidesNothingElse) {
+  TestServerWithMeeting server;
+  const auto before = meetingCount(server);
+  std::filesystem::create_symlink("loop", server.home.file("loop"));
+  server.home.write("mcp-config.json", R"({"cloud":{"refresh_seconds":-1},"sources":[
+      {"type":"recordings","glob":")" + server.home.path() +
+                                           R"(/loop/*/notes.json"},
+      {"type":"recordings","glob":")" + server.home.path() +
+                                           R"(/recordings/*/notes.json"}]})");
+  EXPECT_EQ(meetingCount(server), before);
+  EXPECT_EQ(meetingCount(server), before);
+  EXPECT_THAT(
+      server.diagnostics,
+      ElementsAre(StartsWith("meeting-notes MCP: a folder of the source " + server.home.path() +
+                             "/loop/*/notes.json cannot be listed (")));
 }
 
 TEST(Dispatch, BrokenConfigurationIsReplacedByTheDefaultInARefresh) {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -337,6 +338,17 @@ TEST(Server, StartWarnsOfWhatCannotBeIndexed) {
                           "WARN could not index unknown source type 'web'; use recordings, "
                           "imported or legacy\n",
                           "WARN could not index source legacy has no path\n"));
+}
+
+TEST(Server, StartWarnsOfAFolderThatCannotBeListed) {
+  TestServer server;
+  std::filesystem::create_symlink("loop", server.home.file("loop"));
+  server.home.write("mcp-config.json", R"({"sources":[{"type":"recordings","glob":")" +
+                                           server.home.path() + R"(/loop/*/notes.json"}]})");
+  server.get().start(true);
+  EXPECT_THAT(server.diagnostics,
+              ElementsAre(testing::_, "index refreshed: meetings=0 changed=0 web=off\n",
+                          HasSubstr("/loop/*/notes.json cannot be listed (")));
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include <unistd.h>  // mkdtemp, on macOS
+
 namespace velta {
 
 class TemporaryFolder {
