@@ -14,7 +14,7 @@ constexpr std::size_t kBytesPerBlock = 16;
 // Before it is folded a signature has a multiple of so many blocks, so that it can be folded by any
 // divisor of this number.
 constexpr std::size_t kSizeUnit = 60;
-// At most so full a signature is in the end: a word of two characters that never meet then passes
+// At most so full folding makes a signature: a word of two characters that never meet then passes
 // five meetings in a hundred by chance. One that is half as large lets three times as many pass.
 constexpr double kFullness = 0.25;
 constexpr std::size_t kBlockBits = 64;

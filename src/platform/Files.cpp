@@ -326,7 +326,7 @@ std::optional<std::string> homeOfUser(const std::string& name) {
 thread_local std::error_code* gObstacle = nullptr;
 
 int noteObstacle(const char*, int error) {
-  const bool isThere = error != ENOENT && error != ENOTDIR;
+  const bool isThere = error != ENOENT && error != ENOTDIR && error != ENAMETOOLONG;
   if (gObstacle != nullptr && isThere && !*gObstacle)
     gObstacle->assign(error, std::generic_category());
   return 0;  // goes on with the other folders

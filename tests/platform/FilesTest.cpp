@@ -691,7 +691,10 @@ TEST(GlobPaths, FolderThatIsNotThereIsNoObstacle) {
   const TemporaryFolder folder;
   folder.write("file", "");
   std::error_code obstacle;
-  for (const char* pattern : {"missing/*", "missing/*/notes.json", "file/*", "file/*/notes.json"})
+  const std::string tooLong = std::string(300, 'x') + "/*";
+  for (const std::string& pattern :
+       {std::string("missing/*"), std::string("missing/*/notes.json"), std::string("file/*"),
+        std::string("file/*/notes.json"), tooLong})
     EXPECT_THAT(globPaths(folder.file(pattern), &obstacle), IsEmpty()) << pattern;
   EXPECT_FALSE(obstacle) << obstacle.message();
 }
