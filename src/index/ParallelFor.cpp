@@ -6,6 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/Processor.h"
+
 namespace velta {
 namespace {
 
@@ -42,8 +44,7 @@ void parallelFor(std::size_t count, const std::function<void(std::size_t)>& work
   const std::function<void()> drain = [&] {
     for (std::size_t number = next++; number < count; number = next++) work(number);
   };
-  const std::size_t cores = std::thread::hardware_concurrency();
-  const std::size_t threads = std::min({count, cores, kMaxThreads});
+  const std::size_t threads = std::min({count, usableProcessors(), kMaxThreads});
   Helpers helpers;
   if (threads > 1) helpers.start(threads - 1, drain);
   drain();

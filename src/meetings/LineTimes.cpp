@@ -53,6 +53,11 @@ void LineTimes::widen() {
   isWide_ = true;
 }
 
+void LineTimes::reserve(std::size_t count) {
+  starts_.reserve(count);
+  durations_.reserve(count);
+}
+
 void LineTimes::shrinkToFit() {
   starts_.shrink_to_fit();
   durations_.shrink_to_fit();

@@ -16,6 +16,8 @@ class LineTimes {
  public:
   // Seconds, finite.
   void append(double start, std::optional<double> end);
+  // Makes room for so many lines.
+  void reserve(std::size_t count);
   // Gives unused room back; call it once, after the last append.
   void shrinkToFit();
 

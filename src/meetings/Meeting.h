@@ -53,6 +53,8 @@ struct Meeting {
   // numbers. A line costs eleven bytes besides its text, as a rule.
   class Transcript {
    public:
+    // Makes room for what a JSON document of so many bytes holds as a rule.
+    void reserveForDocument(std::size_t bytes);
     // Adds a line at the end. An empty id stands for "none given"; `settleIds` makes one then. A
     // time that is not finite counts as absent: JSON could not write it.
     void append(std::string_view id, double tStart, std::optional<double> tEnd,

@@ -14,6 +14,8 @@ class NumberColumn {
     while (number > limit()) widen();
     grow(number);
   }
+  // Makes room for so many small numbers.
+  void reserve(std::size_t count) { bytes_.reserve(count); }
   // Gives unused room back; call it once, after the last append.
   void shrinkToFit() { bytes_.shrink_to_fit(); }
 

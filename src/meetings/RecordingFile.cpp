@@ -103,7 +103,9 @@ class LineMembers {
 // Depth 1 is inside the top-level object, 2 inside the array of lines, 3 inside one line.
 class RecordingHandler {
  public:
-  explicit RecordingHandler(std::string_view document) : line_(document) {}
+  explicit RecordingHandler(std::string_view document) : line_(document) {
+    lines_.reserveForDocument(document.size());
+  }
 
   void onNull() {
     if (inLines_) {

@@ -23,6 +23,12 @@ void TextBlock::append(std::string_view text) {
   lengths_.append(static_cast<std::uint32_t>(text.size() + 1));
 }
 
+void TextBlock::reserve(std::size_t texts, std::size_t bytes) {
+  bytes_.reserve(bytes);
+  lengths_.reserve(2 * texts);  // of two bytes each as a rule
+  landmarks_.reserve(texts / kStride + 1);
+}
+
 void TextBlock::clear() { *this = TextBlock(); }
 
 void TextBlock::shrinkToFit() {

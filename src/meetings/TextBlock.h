@@ -20,6 +20,8 @@ class TextBlock {
  public:
   // A block holds at most 4 GiB; append throws std::length_error beyond.
   void append(std::string_view text);
+  // Makes room for so many texts of so many bytes in all.
+  void reserve(std::size_t texts, std::size_t bytes);
   void clear();
   // Gives unused room back; call it once, after the last append.
   void shrinkToFit();

@@ -10,6 +10,7 @@ namespace velta {
 namespace {
 
 constexpr std::size_t kFewSpeakers = 8;
+constexpr std::size_t kBytesPerLine = 128;  // of JSON, at least, as recorders write it
 
 std::string numberedId(std::size_t index) { return std::string("L") + std::to_string(index + 1); }
 
@@ -72,6 +73,13 @@ bool comesBefore(std::string_view a, std::string_view b) {
 }
 
 }  // namespace
+
+void Meeting::Transcript::reserveForDocument(std::size_t bytes) {
+  const std::size_t lines = bytes / kBytesPerLine;
+  texts_.reserve(lines, bytes / 2);
+  times_.reserve(lines);
+  speakerOf_.reserve(lines);
+}
 
 void Meeting::Transcript::append(std::string_view id, double tStart, std::optional<double> tEnd,
                                  std::string_view speaker, std::string_view text) {

@@ -1,9 +1,12 @@
 #include "platform/Processor.h"
 
-#if defined(__APPLE__) && defined(__x86_64__)
-#include <cstddef>
+#include <algorithm>
+#include <thread>
 
+#if defined(__APPLE__) && defined(__x86_64__)
 #include <sys/sysctl.h>
+#elif defined(__linux__)
+#include <sched.h>
 #endif
 
 namespace velta {
@@ -19,6 +22,16 @@ bool hasAVX2() {
 #else
   return false;
 #endif
+}
+
+std::size_t usableProcessors() {
+#ifdef __linux__
+  // Fails where there are more processors than the set has room for.
+  cpu_set_t usable;
+  if (::sched_getaffinity(0, sizeof usable, &usable) == 0)
+    return static_cast<std::size_t>(CPU_COUNT(&usable));
+#endif
+  return std::max(std::thread::hardware_concurrency(), 1U);
 }
 
 }  // namespace velta

@@ -1,6 +1,10 @@
 #include <fstream>
 #include <string>
 
+#ifdef __linux__
+#include <sched.h>
+#endif
+
 #include <gtest/gtest.h>
 
 #include "platform/Processor.h"
@@ -27,6 +31,22 @@ TEST(Processor, HasAVX2WhereTheSystemSaysSo) {
 const bool kEarlyAnswer = hasAVX2();
 
 TEST(Processor, AnswersTheSameBeforeMain) { EXPECT_EQ(kEarlyAnswer, hasAVX2()); }
+
+#ifdef __linux__
+TEST(Processor, CountsOnlyTheProcessorsThatItMayUse) {
+  cpu_set_t before;
+  ASSERT_EQ(::sched_getaffinity(0, sizeof before, &before), 0);
+  EXPECT_EQ(usableProcessors(), static_cast<std::size_t>(CPU_COUNT(&before)));
+  int first = 0;
+  while (!CPU_ISSET(first, &before)) ++first;
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(first, &one);
+  ASSERT_EQ(::sched_setaffinity(0, sizeof one, &one), 0);
+  EXPECT_EQ(usableProcessors(), 1U);
+  ASSERT_EQ(::sched_setaffinity(0, sizeof before, &before), 0);
+}
+#endif
 
 }  // namespace
 }  // namespace velta
