@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <ios>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -2,6 +2,7 @@
 // of mixed Chinese and English speech with times and speakers, and the notes. Where RapidJSON,
 // simdjson or nlohmann's JSON is installed, it does the same work beside them. One round is all
 // sample files, one after the other.
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>

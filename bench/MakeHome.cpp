@@ -3,6 +3,7 @@
 // DIR/recordings is what the server reads. DIR/.bench/lines holds the texts of the lines, one file
 // a meeting, for other search programs, and DIR/.bench/planted.json the words whose number of
 // lines is known; it is written last, so a home that has it is complete.
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <filesystem>

@@ -1,14 +1,18 @@
 #include "support/FuzzHome.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <ios>
 #include <iterator>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/Require.h"
 

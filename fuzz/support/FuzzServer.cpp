@@ -1,6 +1,8 @@
 #include "support/FuzzServer.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <set>
 #include <utility>
 

@@ -1,6 +1,7 @@
 // FuzzServer: a server's state over a home, and calls of its tools, whose every answer is checked.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>

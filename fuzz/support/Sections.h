@@ -3,6 +3,7 @@
 // that comes twice the last text counts.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>

@@ -1,6 +1,7 @@
 #include "cli/CommandLine.h"
 
 #include <cstddef>
+#include <iterator>
 #include <string_view>
 #include <utility>
 

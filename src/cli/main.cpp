@@ -1,5 +1,6 @@
 // Entry point: captures arguments and environment once and hands them on.
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>

@@ -4,6 +4,7 @@
 // The key is sent only to an https origin or to this computer itself, and never in a URL.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <stdexcept>
 #include <string>

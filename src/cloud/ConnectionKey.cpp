@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include <unistd.h>
 

@@ -1,5 +1,6 @@
 #include "cloud/URLSessionFetcher.h"
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <system_error>

@@ -6,6 +6,8 @@
 // requests. An answer larger than 256 MiB and a transfer longer than two minutes fail.
 #pragma once
 
+#include <string>
+
 #include "cloud/HTTPFetcher.h"
 #include "config/Config.h"
 #include "platform/Curl.h"

@@ -1,6 +1,8 @@
 #include "cloud/WebMeeting.h"
 
 #include <array>
+#include <cstddef>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 #include <utility>

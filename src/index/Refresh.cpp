@@ -4,12 +4,17 @@
 #include <array>
 #include <atomic>
 #include <cmath>
+#include <cstddef>
 #include <exception>
 #include <iterator>
 #include <memory>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "index/Index.h"
 #include "index/Overrides.h"

@@ -1,5 +1,7 @@
 // The web meetings in the index: a web meeting that is also here is merged into the local one,
 // every other has an entry of its own, under the key "cloud:" + UUID.
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <optional>
+#include <string_view>
 
 #include "config/StoreError.h"
 #include "platform/Files.h"

@@ -5,6 +5,7 @@
 #include <bit>
 #include <charconv>
 #include <cstdlib>
+#include <system_error>
 
 #include "json/JSONParser.h"
 #include "platform/Text.h"

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <string_view>
 #include <system_error>
 #include <utility>

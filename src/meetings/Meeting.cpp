@@ -1,5 +1,7 @@
 #include "meetings/Meeting.h"
 
+#include <utility>
+
 #include "json/JSONParser.h"
 #include "json/JSONWalk.h"
 #include "json/JSONWriter.h"

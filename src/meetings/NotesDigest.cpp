@@ -2,7 +2,11 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "meetings/ReaderSupport.h"
 #include "meetings/Sources.h"

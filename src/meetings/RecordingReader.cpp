@@ -4,6 +4,7 @@
 #include <array>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "json/JSONParser.h"
 #include "meetings/ReaderSupport.h"

@@ -5,6 +5,7 @@
 // is absent. Paths are UTF-8 bytes, handed to the system as they are.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>

@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
+#include <utility>
 
 #include "platform/Descriptor.h"
 

@@ -1,6 +1,7 @@
 #include "platform/Regex.h"
 
 #define PCRE2_CODE_UNIT_WIDTH 8
+#include <cstdint>
 #include <stdexcept>
 
 #include <pcre2.h>

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <system_error>
+#include <utility>
 
 #include "config/StoreError.h"
 #include "json/JSONParser.h"

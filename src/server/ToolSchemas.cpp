@@ -1,6 +1,7 @@
 #include "server/ToolSchemas.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <utility>

@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "meetings/TextNorm.h"
 #include "store/Answer.h"

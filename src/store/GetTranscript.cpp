@@ -1,3 +1,5 @@
+#include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <optional>
 #include <string_view>

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <system_error>
+#include <utility>
 
 #include "config/Dates.h"
 #include "config/StoreError.h"

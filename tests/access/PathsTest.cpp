@@ -2,9 +2,11 @@
 // else, whatever ids, titles, file names and patterns it is given. What stands outside holds a word
 // that may not come out anywhere, and has to be the same afterwards.
 
+#include <cstddef>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <ios>
 #include <iterator>
 #include <map>
 #include <string>

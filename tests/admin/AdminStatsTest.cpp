@@ -1,4 +1,5 @@
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>

@@ -1,6 +1,8 @@
+#include <cstddef>
 #include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,7 @@
 // What the compiler and the linker were asked to build in against abuse of memory faults, read off
 // the program's own file (ELF, System V ABI).
+#include <cstddef>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

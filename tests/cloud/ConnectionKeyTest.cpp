@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <variant>
 #include <vector>

@@ -1,6 +1,8 @@
 // Every file that the program writes, while each call in turn fails by which it does so.
 
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
 #include <string>
 #include <tuple>

@@ -2,6 +2,7 @@
 // that the program reads and writes is found there, and nowhere else.
 
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>

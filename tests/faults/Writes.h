@@ -9,10 +9,14 @@
 //   reference.expectNextRunMendsIt(place);       // and no temporary file stays
 #pragma once
 
+#include <algorithm>
 #include <csignal>
+#include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <ios>
 #include <iterator>
 #include <map>
 #include <memory>

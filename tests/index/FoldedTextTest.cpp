@@ -1,6 +1,9 @@
+#include <algorithm>
+#include <cstddef>
 #include <random>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>

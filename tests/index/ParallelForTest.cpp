@@ -1,4 +1,5 @@
 #include <atomic>
+#include <cstddef>
 #include <vector>
 
 #include <gmock/gmock.h>

@@ -1,4 +1,6 @@
 // An index that is refreshed after every change against one that is built anew from the same files.
+#include <cstddef>
+#include <filesystem>
 #include <map>
 #include <random>
 #include <string>

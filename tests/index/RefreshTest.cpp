@@ -1,4 +1,8 @@
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <vector>

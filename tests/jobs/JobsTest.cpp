@@ -1,6 +1,10 @@
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <ios>
+#include <optional>
 #include <regex>
 #include <string>
 #include <system_error>

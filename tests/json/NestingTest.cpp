@@ -1,5 +1,6 @@
 // Nesting is bounded by memory alone: every operation on a value up to a million levels deep must
 // do with a stack that a recursion of a few hundred levels would overflow.
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>

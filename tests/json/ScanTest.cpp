@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <random>
 #include <string>
 #include <vector>

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <ratio>
 #include <string>
 #include <system_error>
 #include <vector>

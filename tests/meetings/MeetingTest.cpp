@@ -1,3 +1,5 @@
+#include <cstddef>
+#include <optional>
 #include <string>
 
 #include <gmock/gmock.h>

@@ -1,8 +1,10 @@
 #include <cmath>
+#include <cstddef>
 #include <optional>
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>

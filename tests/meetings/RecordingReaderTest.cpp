@@ -1,5 +1,6 @@
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include <gmock/gmock.h>

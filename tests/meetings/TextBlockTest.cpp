@@ -1,4 +1,7 @@
+#include <cstddef>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 #include <gtest/gtest.h>
 

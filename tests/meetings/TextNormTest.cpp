@@ -1,6 +1,9 @@
+#include <chrono>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 

@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <limits>
 #include <optional>
 #include <string>

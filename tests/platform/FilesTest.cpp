@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <random>
 #include <string>

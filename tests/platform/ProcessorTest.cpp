@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <fstream>
 #include <string>
 

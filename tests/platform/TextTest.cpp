@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <initializer_list>
 #include <string>
 

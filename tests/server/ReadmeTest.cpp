@@ -4,6 +4,7 @@
 // before it is committed.
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <string>
 #include <string_view>

@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gmock/gmock.h>

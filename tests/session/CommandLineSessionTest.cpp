@@ -1,6 +1,7 @@
 // The program as it is started: arguments in, exit status and texts out.
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gmock/gmock.h>

@@ -14,9 +14,11 @@
 // With VELTA_UPDATE_TRANSCRIPTS set in the environment the files are written anew from what the
 // server says; read the difference before it is committed.
 
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <ios>
 #include <memory>
 #include <regex>
 #include <sstream>

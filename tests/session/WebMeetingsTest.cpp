@@ -1,12 +1,14 @@
 // Web meetings with the real program: a web service on this computer, the key on a pipe or typed at
 // a terminal.
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>

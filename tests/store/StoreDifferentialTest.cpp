@@ -1,8 +1,13 @@
 // The store against a model that walks everything, sorts everything and knows no shortcut.
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <random>
 #include <string>
+#include <string_view>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <list>
 #include <mutex>
 #include <stdexcept>

@@ -1,6 +1,11 @@
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <ios>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
