@@ -16,6 +16,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # GCC 12 sees overlapping copies in plain string concatenation (GCC bug 105651).
   target_compile_options(velta_flags INTERFACE -Wno-restrict)
 endif()
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # A type with a member of an anonymous namespace is only wrong in a header.
+  target_compile_options(velta_flags INTERFACE -Wno-subobject-linkage)
+endif()
 include(VeltaHardening)
 if(VELTA_SANITIZE)
   target_compile_options(velta_flags INTERFACE

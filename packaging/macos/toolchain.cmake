@@ -23,12 +23,11 @@ set(CMAKE_OSX_DEPLOYMENT_TARGET "")
 set(CMAKE_OSX_SYSROOT "")
 # What CMake would find out with a linker option that these tools do not know.
 foreach(language C CXX)
+  set(CMAKE_${language}_COMPILER_WORKS TRUE)
   set(CMAKE_${language}_ABI_COMPILED TRUE)
   set(CMAKE_${language}_SIZEOF_DATA_PTR 8)
   set(CMAKE_${language}_BYTE_ORDER LITTLE_ENDIAN)
 endforeach()
-# Unoptimized, its checks would have the compiler make a C++ library of its own for them.
-set(CMAKE_TRY_COMPILE_CONFIGURATION Release)
 
 # Libraries and headers of this machine are for another system.
 set(CMAKE_FIND_ROOT_PATH "${VELTA_MACOS_PREFIX}")

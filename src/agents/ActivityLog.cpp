@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kMaxCharacters = 80;
 constexpr std::size_t kMaxElements = 10;
-constexpr mode_t kPermissions = 0600;  // queries are as private as the notes
+constexpr mode_t kLogPermissions = 0600;  // queries are as private as the notes
 
 std::string_view statusWord(ActivityLog::Outcome outcome) {
   switch (outcome) {
@@ -96,7 +96,7 @@ void ActivityLog::append(const std::string& line) {
   const std::string path = joinPath(directory, "activity.jsonl");
   try {
     createDirectories(directory);
-    appendLineToFile(path, line, kPermissions);
+    appendLineToFile(path, line, kLogPermissions);
   } catch (const std::system_error& error) {
     warnings_.warn(couldNotWrite(path, error.code()));
   }

@@ -18,7 +18,7 @@ namespace velta {
 namespace {
 
 constexpr int kIndentation = 1;
-constexpr mode_t kOwnerOnly = 0600;
+constexpr mode_t kCachePermissions = 0600;
 
 // Whether the meeting is the one that the service calls `uuid`. The file can be edited; a row may
 // not stand in for another meeting.
@@ -169,7 +169,7 @@ void writeCloudCache(const WebMeetings::Rows& rows, const std::string& path) {
     appendRow(text, uuid, row);
   }
   text += rows.empty() ? "}" : "\n}";
-  writeFileAtomically(path, text, kOwnerOnly);
+  writeFileAtomically(path, text, kCachePermissions);
 }
 
 }  // namespace velta

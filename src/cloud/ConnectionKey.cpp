@@ -19,7 +19,7 @@ constexpr std::string_view kVariable = "VELTA_TOKEN";
 constexpr std::string_view kFileName = "cloud-token";
 constexpr std::string_view kTemporaryPrefix = ".cloud-token.";  // a process id follows
 constexpr std::string_view kNotConnected = "not connected";
-constexpr mode_t kOwnerOnly = 0600;
+constexpr mode_t kKeyPermissions = 0600;
 constexpr mode_t kOthers = 077;
 constexpr std::size_t kTellingPiece = 8;  // characters of a key that must not be shown in a row
 
@@ -97,7 +97,7 @@ std::variant<ConnectionKey, NoKey> loadKey(const Config& config) {
 void saveKey(const Config& config, const std::string& key) {
   removeUnfinishedKeys(config);
   const std::string temporary = std::string(kTemporaryPrefix) + std::to_string(::getpid());
-  writeFileAtomically(keyFile(config), key + "\n", kOwnerOnly, temporary);
+  writeFileAtomically(keyFile(config), key + "\n", kKeyPermissions, temporary);
 }
 
 void removeUnfinishedKeys(const Config& config) {

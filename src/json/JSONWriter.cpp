@@ -157,12 +157,12 @@ char* writeEscape(char* to, char byte, Output& out) {
   }
   *to++ = letter;
   if (letter != 'u') return to;
-  constexpr std::string_view kHexDigits = "0123456789abcdef";
+  constexpr std::string_view kDigits = "0123456789abcdef";
   const auto code = static_cast<unsigned char>(byte);
   *to++ = '0';
   *to++ = '0';
-  *to++ = kHexDigits[code >> 4];
-  *to++ = kHexDigits[code & 0xF];
+  *to++ = kDigits[code >> 4];
+  *to++ = kDigits[code & 0xF];
   return to;
 }
 

@@ -82,10 +82,10 @@ bool comesBefore(std::string_view a, std::string_view b) {
 }  // namespace
 
 void Meeting::Transcript::reserveForDocument(std::size_t bytes) {
-  const std::size_t lines = bytes / kBytesPerLine;
-  texts_.reserve(lines, bytes / 2);
-  times_.reserve(lines);
-  speakerOf_.reserve(lines);
+  const std::size_t count = bytes / kBytesPerLine;
+  texts_.reserve(count, bytes / 2);
+  times_.reserve(count);
+  speakerOf_.reserve(count);
 }
 
 void Meeting::Transcript::append(std::string_view id, double tStart, std::optional<double> tEnd,

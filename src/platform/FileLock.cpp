@@ -18,20 +18,20 @@ constexpr std::chrono::milliseconds kRetryInterval(1);
 // seven others out for half a minute.
 constexpr std::chrono::milliseconds kTurn(3);
 
-using Clock = std::chrono::steady_clock;
-std::atomic<Clock::time_point> lastRelease = Clock::time_point();
+using SteadyClock = std::chrono::steady_clock;
+std::atomic<SteadyClock::time_point> lastRelease = SteadyClock::time_point();
 
-[[noreturn]] void fail(const char* operation, const std::string& path) {
+[[noreturn]] void failWith(const char* operation, const std::string& path) {
   throw std::system_error(errno, std::generic_category(), std::string(operation) + " " + path);
 }
 
 }  // namespace
 
 bool lockWithin(int descriptor, std::chrono::milliseconds patience) {
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = SteadyClock::now() + patience;
   while (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
     const bool busy = errno == EWOULDBLOCK || errno == EINTR;
-    if (!busy || Clock::now() >= deadline) return false;
+    if (!busy || SteadyClock::now() >= deadline) return false;
     std::this_thread::sleep_for(kRetryInterval);
   }
   return true;
@@ -39,11 +39,11 @@ bool lockWithin(int descriptor, std::chrono::milliseconds patience) {
 
 FileLock::FileLock(const std::string& path, std::chrono::milliseconds patience)
     : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-  if (!descriptor_) fail("open", path);
+  if (!descriptor_) failWith("open", path);
   std::this_thread::sleep_until(lastRelease.load() + kTurn);
-  if (!lockWithin(descriptor_.get(), patience)) fail("lock", path);
+  if (!lockWithin(descriptor_.get(), patience)) failWith("lock", path);
 }
 
-FileLock::~FileLock() { lastRelease = Clock::now(); }
+FileLock::~FileLock() { lastRelease = SteadyClock::now(); }
 
 }  // namespace velta

@@ -154,12 +154,12 @@ JSONObject adminStats(ServerState& state, const Call& call) {
   return state.admin->stats(call.arguments.integer("days", 0));
 }
 
-struct Row {
+struct HandlerRow {
   std::string_view tool;
   JSONObject (*handler)(ServerState&, const Call&);
 };
 
-constexpr Row kHandlers[] = {
+constexpr HandlerRow kHandlers[] = {
     {"list_meetings", listMeetings},
     {"get_meeting", getMeeting},
     {"search_transcripts", searchTranscripts},
@@ -171,11 +171,11 @@ constexpr Row kHandlers[] = {
     {"velta_admin_stats", adminStats},
 };
 
-static_assert(std::ranges::equal(kHandlers, kToolNames, {}, &Row::tool),
+static_assert(std::ranges::equal(kHandlers, kToolNames, {}, &HandlerRow::tool),
               "every tool has its handler, in catalogue order");
 
-const Row* handlerOf(std::string_view tool) {
-  const auto* row = std::ranges::find(kHandlers, tool, &Row::tool);
+const HandlerRow* handlerOf(std::string_view tool) {
+  const auto* row = std::ranges::find(kHandlers, tool, &HandlerRow::tool);
   return row != std::end(kHandlers) ? row : nullptr;
 }
 
@@ -204,7 +204,7 @@ Result Dispatch::call(const JSONObject& params, std::vector<std::string>& queue)
   if (needed && std::ranges::find(visible, tool) == visible.end())
     return failed(tool, arguments, Agents::Outcome::denied, refusal(tool, *needed));
 
-  const Row* row = handlerOf(tool);
+  const HandlerRow* row = handlerOf(tool);
   if (!row) return failed(tool, arguments, Agents::Outcome::error, "Unknown tool: " + tool);
 
   try {

@@ -29,7 +29,7 @@ struct Argument {
   Default byDefault = std::int64_t{0};  // read only when the form is withDefault
 };
 
-struct Row {
+struct SchemaRow {
   std::string_view name;
   Hints hints;
   std::span<const Argument> arguments;         // in ascending order of their names
@@ -102,7 +102,7 @@ constexpr Hints kAsksService = {
 // Stands in a description where a masked mail address is shown as an example.
 constexpr std::string_view kMaskedAddressMark = "{masked address}";
 
-constexpr Row kRows[] = {
+constexpr SchemaRow kRows[] = {
     {"list_meetings",
      kReads,
      kListMeetings,
@@ -162,7 +162,7 @@ constexpr Row kRows[] = {
      "Velta 自己的用量與營收統計，唯讀；只有總數與遮罩過的 email。"},
 };
 
-static_assert(std::ranges::equal(kRows, kToolNames, {}, &Row::name),
+static_assert(std::ranges::equal(kRows, kToolNames, {}, &SchemaRow::name),
               "every tool has its row, in catalogue order");
 
 // "date_from" gives "Date From".
@@ -211,7 +211,7 @@ JSONObject propertySchema(const Argument& argument) {
   return {{"title", title}, {"type", "string"}};
 }
 
-JSONObject inputSchema(const Row& row) {
+JSONObject inputSchema(const SchemaRow& row) {
   JSONObject properties;
   for (const Argument& argument : row.arguments)
     properties.set(argument.name, propertySchema(argument));
@@ -223,7 +223,7 @@ JSONObject inputSchema(const Row& row) {
   return schema;
 }
 
-JSONObject outputSchema(const Row& row) {
+JSONObject outputSchema(const SchemaRow& row) {
   return {{"additionalProperties", true},
           {"title", std::string(row.name) + "DictOutput"},
           {"type", "object"}};
@@ -236,7 +236,7 @@ JSONObject annotations(const Hints& hints) {
           {"readOnlyHint", hints.readOnly}};
 }
 
-std::string description(const Row& row) {
+std::string description(const SchemaRow& row) {
   std::string text(row.description);
   const std::size_t mark = text.find(kMaskedAddressMark);
   if (mark != std::string::npos) text.replace(mark, kMaskedAddressMark.size(), kMaskedAddress);
@@ -254,7 +254,7 @@ JSONObject listed(const ToolSchemas::Def& tool) {
 }  // namespace
 
 ToolSchemas::ToolSchemas() {
-  for (const Row& row : kRows)
+  for (const SchemaRow& row : kRows)
     all_.push_back({.name = row.name,
                     .description = description(row),
                     .annotations = annotations(row.hints),

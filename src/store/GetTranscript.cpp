@@ -17,8 +17,8 @@ constexpr std::string_view kNoLines =
     "This meeting has no transcript lines in that range. Legacy meetings marked raw may have none; "
     "try get_meeting for the digest";
 
-constexpr std::int64_t kDefaultLimit = 400;
-constexpr std::int64_t kMaxLimit = 2000;
+constexpr std::int64_t kDefaultLines = 400;
+constexpr std::int64_t kMaxLines = 2000;
 
 // Appends a line by the events of its JSON, which lays it out in one piece of memory: there are up
 // to 2,000 of them.
@@ -53,7 +53,7 @@ JSONObject Store::getTranscript(const TranscriptArguments& arguments, const Acce
   const Meeting::Transcript& transcript = meeting.lines;
   const double from = arguments.fromSec.value_or(-std::numeric_limits<double>::infinity());
   const double to = arguments.toSec.value_or(std::numeric_limits<double>::infinity());
-  const std::size_t limit = effectiveLimit(arguments.limit, kDefaultLimit, kMaxLimit);
+  const std::size_t limit = effectiveLimit(arguments.limit, kDefaultLines, kMaxLines);
 
   JSONBuilder lines;
   std::size_t count = 0;

@@ -34,7 +34,7 @@ using Outcome = ActivityLog::Outcome;
 Instant fixedClock() { return instantFromSeconds(1748765702); }
 
 // A log in a data home of its own, with what it warned about.
-struct Home {
+struct LogHome {
   TemporaryFolder folder;
   Config config{folder.path(), {}};
   std::vector<std::string> lines;
@@ -46,7 +46,7 @@ struct Home {
 
 // The "args" of the record of a call with these arguments, as compact text.
 std::string loggedArguments(const std::string& arguments) {
-  Home home;
+  LogHome home;
   home.log.record("a", "t", *parseJSON(arguments).asObject(), Outcome::ok, std::nullopt);
   return writeCompact(*parseJSON(home.text()).asObject()->get("args"));
 }
@@ -58,7 +58,7 @@ std::string repeated(const std::string& piece, int times) {
 }
 
 TEST(ActivityLog, RecordIsOneCompactLineInAFixedOrder) {
-  Home home;
+  LogHome home;
   home.log.record("claude-code", "get_meeting", {{"meeting_id", "rec-1"}, {"limit", 5}},
                   Outcome::ok, std::nullopt);
   EXPECT_EQ(home.text(),
@@ -69,7 +69,7 @@ TEST(ActivityLog, RecordIsOneCompactLineInAFixedOrder) {
 }
 
 TEST(ActivityLog, RecordsFollowOneAnother) {
-  Home home;
+  LogHome home;
   home.log.record("a", "one", {}, Outcome::denied, "no permission");
   home.log.record("b", "two", {}, Outcome::error, "failed");
   EXPECT_EQ(home.text(),
@@ -83,28 +83,28 @@ TEST(ActivityLog, RecordsFollowOneAnother) {
 
 TEST(ActivityLog, TimeIsUTCWhateverTheZone) {
   const TimeZone zone("Asia/Taipei");
-  Home home;
+  LogHome home;
   home.log.record("a", "t", {}, Outcome::ok, std::nullopt);
   EXPECT_THAT(home.text(), StartsWith(R"({"time":"2025-06-01T08:15:02+00:00",)"));
 }
 
 TEST(ActivityLog, AbsentClientIsUnknownAndAnEmptyOneIsEmpty) {
-  Home home;
+  LogHome home;
   home.log.record(std::nullopt, "t", {}, Outcome::ok, std::nullopt);
   EXPECT_EQ(parseJSON(home.text()).asObject()->getString("agent"), "unknown");
-  Home other;
+  LogHome other;
   other.log.record("", "t", {}, Outcome::ok, std::nullopt);
   EXPECT_EQ(parseJSON(other.text()).asObject()->getString("agent"), "");
 }
 
 TEST(ActivityLog, LineBreaksInValuesDoNotBreakTheLine) {
-  Home home;
+  LogHome home;
   home.log.record("a\nb", "t\r\n", {{"k\n", "v\n\u2028"}}, Outcome::error, "d\n");
   EXPECT_EQ(home.text().find('\n'), home.text().size() - 1);
 }
 
 TEST(ActivityLog, ToolNameIsLoggedWhole) {
-  Home home;
+  LogHome home;
   home.log.record("a", std::string(300, 't'), {}, Outcome::error, std::nullopt);
   EXPECT_EQ(parseJSON(home.text()).asObject()->getString("tool"), std::string(300, 't'));
 }
@@ -172,13 +172,13 @@ TEST(ActivityShortening, NullMembersAreLeftOut) {
 }
 
 TEST(ActivityShortening, DetailIsCutToo) {
-  Home home;
+  LogHome home;
   home.log.record("a", "t", {}, Outcome::error, repeated("議", 200));
   EXPECT_EQ(parseJSON(home.text()).asObject()->getString("detail"), repeated("議", 80) + "…");
 }
 
 TEST(ActivityShortening, EmptyDetailIsStillADetail) {
-  Home home;
+  LogHome home;
   home.log.record("a", "t", {}, Outcome::error, "");
   EXPECT_EQ(parseJSON(home.text()).asObject()->getString("detail"), "");
 }
@@ -190,7 +190,7 @@ TEST(ActivityShortening, NestingMayBeAsDeepAsAClientLikes) {
 }
 
 TEST(ActivityShortening, CallersArgumentsAreUntouched) {
-  Home home;
+  LogHome home;
   const JSONObject arguments = {{"s", JSON::Array(15, JSON(repeated("q", 100)))}, {"n", nullptr}};
   const std::string before = writeCompact(arguments);
   home.log.record("a", "t", arguments, Outcome::ok, std::nullopt);
@@ -200,13 +200,13 @@ TEST(ActivityShortening, CallersArgumentsAreUntouched) {
 // The file
 
 TEST(ActivityFile, IsReadableForTheUserOnly) {
-  Home home;
+  LogHome home;
   home.log.record("a", "t", {}, Outcome::ok, std::nullopt);
   EXPECT_EQ(fileStatus(home.folder.file("activity.jsonl"))->permissions, 0600U);
 }
 
 TEST(ActivityFile, StandsBesideAgentsFile) {
-  Home home;
+  LogHome home;
   home.config.env["MEETING_MCP_AGENTS"] = home.folder.file("not/yet/there/agents.json");
   home.log.record("a", "t", {}, Outcome::ok, std::nullopt);
   EXPECT_TRUE(home.folder.has("not/yet/there/activity.jsonl"));
@@ -214,14 +214,14 @@ TEST(ActivityFile, StandsBesideAgentsFile) {
 }
 
 TEST(ActivityFile, MissingDataHomeIsMade) {
-  Home home;
+  LogHome home;
   home.config.home = home.folder.file("a/b");
   home.log.record("a", "t", {}, Outcome::ok, std::nullopt);
   EXPECT_TRUE(home.folder.has("a/b/activity.jsonl"));
 }
 
 TEST(ActivityFile, RemovedFileIsMadeAgain) {
-  Home home;
+  LogHome home;
   home.log.record("a", "one", {}, Outcome::ok, std::nullopt);
   fs::remove(home.folder.file("activity.jsonl"));
   home.log.record("a", "two", {}, Outcome::ok, std::nullopt);
@@ -234,7 +234,7 @@ std::string missingLine(const std::string& path, const std::string& cause) {
 }
 
 TEST(ActivityFile, FileWhereTheFolderShouldBeIsOneWarning) {
-  Home home;
+  LogHome home;
   home.config.home = home.folder.write("file", "x");
   for (int i = 0; i < 3; ++i) home.log.record("a", "t", {}, Outcome::ok, std::nullopt);
   EXPECT_THAT(home.lines,
@@ -243,7 +243,7 @@ TEST(ActivityFile, FileWhereTheFolderShouldBeIsOneWarning) {
 }
 
 TEST(ActivityFile, EachKindOfFailureIsOneWarning) {
-  Home home;
+  LogHome home;
   const std::string log = home.folder.file("activity.jsonl");
   home.folder.makeFolder("activity.jsonl");
   for (int i = 0; i < 2; ++i) home.log.record("a", "t", {}, Outcome::ok, std::nullopt);
@@ -256,7 +256,7 @@ TEST(ActivityFile, EachKindOfFailureIsOneWarning) {
 }
 
 TEST(ActivityFile, LoggingGoesOnOnceTheCauseIsGone) {
-  Home home;
+  LogHome home;
   home.folder.makeFolder("activity.jsonl");
   home.log.record("a", "lost", {}, Outcome::ok, std::nullopt);
   fs::remove(home.folder.file("activity.jsonl"));
@@ -265,7 +265,7 @@ TEST(ActivityFile, LoggingGoesOnOnceTheCauseIsGone) {
 }
 
 TEST(Agents, RecordWritesToTheActivityLog) {
-  Home home;
+  LogHome home;
   Agents agents(home.config, fixedClock, home.warnings);
   agents.record("a", "add_term", {{"term", "會議"}}, Agents::Outcome::denied, "refused");
   EXPECT_EQ(home.text(), R"({"time":"2025-06-01T08:15:02+00:00","agent":"a","tool":"add_term",)"
@@ -277,7 +277,7 @@ TEST(Agents, RecordWritesToTheActivityLog) {
 constexpr int kServers = 8;
 constexpr int kRecordsEach = 500;
 
-[[noreturn]] void serveAndLog(Home& home, int server) {
+[[noreturn]] void serveAndLog(LogHome& home, int server) {
   for (int i = 0; i < kRecordsEach; ++i) {
     // Records of very different lengths, so that a torn one would show.
     home.log.record(std::to_string(server), std::to_string(i),
@@ -288,7 +288,7 @@ constexpr int kRecordsEach = 500;
 }
 
 TEST(ActivityFile, RecordsOfSeveralProcessesAreAllWhole) {
-  Home home;
+  LogHome home;
   std::vector<pid_t> servers;
   for (int server = 0; server < kServers; ++server) {
     const pid_t child = ::fork();

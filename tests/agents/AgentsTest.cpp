@@ -20,7 +20,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 // Agents over a data home of their own, with what they warned about.
-struct Home {
+struct AgentsHome {
   TemporaryFolder folder;
   Config config{folder.path(), {}};
   std::vector<std::string> lines;
@@ -37,7 +37,7 @@ struct Home {
 };
 
 // A home whose file gives the agent "a" this entry.
-struct HomeOfOneAgent : Home {
+struct HomeOfOneAgent : AgentsHome {
   explicit HomeOfOneAgent(const std::string& entry) {
     write(R"({"agents": {"a": )" + entry + "}}");
   }
@@ -101,27 +101,27 @@ TEST(Permissions, UnknownNameIsNotGranted) {
 // The file
 
 TEST(AgentsFile, MissingFileMeansTheDefaultsWithoutAWord) {
-  const Home home;
+  const AgentsHome home;
   expectDefaults(home.agents.lookUp("claude-code"), "defaults (no agents.json)");
   expectDefaults(home.agents.lookUp(std::nullopt), "defaults (no agents.json)");
   EXPECT_THAT(home.lines, IsEmpty());
 }
 
 TEST(AgentsFile, UnreadableFileIsBrokenWithoutAWord) {
-  const Home home;
+  const AgentsHome home;
   home.folder.makeFolder("agents.json");
   expectDefaults(home.agents.lookUp("a"), "defaults (agents.json broken)");
   EXPECT_THAT(home.lines, IsEmpty());
 }
 
 TEST(AgentsFile, DanglingLinkCountsAsMissing) {
-  const Home home;
+  const AgentsHome home;
   fs::create_symlink("nowhere", home.folder.file("agents.json"));
   expectDefaults(home.agents.lookUp("a"), "defaults (no agents.json)");
 }
 
 TEST(AgentsFile, AnArrayIsBrokenAndSaidOnce) {
-  const Home home;
+  const AgentsHome home;
   home.write("[]");
   for (const char* client : {"listed", "another", "listed"}) {
     expectDefaults(home.agents.lookUp(client), "defaults (agents.json broken)");
@@ -133,7 +133,7 @@ TEST(AgentsFile, EveryOtherTopLevelIsBrokenToo) {
   for (const char* content :
        {"", "{", "{}", "null", "\"agents\"", R"({"agents": []})", R"({"agents": null})",
         R"({"Agents": {}})", R"({"agents": {}} x)", R"({"agents": "a"})"}) {
-    const Home home;
+    const AgentsHome home;
     home.write(content);
     expectDefaults(home.agents.lookUp("a"), "defaults (agents.json broken)");
     EXPECT_THAT(home.lines, ElementsAre(home.brokenLine())) << content;
@@ -141,7 +141,7 @@ TEST(AgentsFile, EveryOtherTopLevelIsBrokenToo) {
 }
 
 TEST(AgentsFile, VariableMovesItAndTheWarningNamesIt) {
-  Home home;
+  AgentsHome home;
   home.config.env["MEETING_MCP_AGENTS"] = home.folder.write("elsewhere/my agents.json", "[]");
   expectDefaults(home.agents.lookUp("a"), "defaults (agents.json broken)");
   ASSERT_EQ(home.lines.size(), 1U);
@@ -151,7 +151,7 @@ TEST(AgentsFile, VariableMovesItAndTheWarningNamesIt) {
 }
 
 TEST(AgentsFile, EditTakesEffectOnTheNextLookUp) {
-  const Home home;
+  const AgentsHome home;
   EXPECT_FALSE(home.agents.lookUp("a").has("add_terms"));
   home.write(R"({"agents": {"a": {"tools": {"add_terms": true}}}})");
   EXPECT_TRUE(home.agents.lookUp("a").has("add_terms"));
@@ -168,7 +168,7 @@ TEST(AgentsFile, UnlistedAgentHasTheDefaults) {
 }
 
 TEST(AgentsFile, WithoutAClientTheEntryOfTheEmptyIdIsUsed) {
-  const Home home;
+  const AgentsHome home;
   home.write(R"({"agents": {"": {"scope": "last_30_days"}}})");
   EXPECT_EQ(home.agents.lookUp(std::nullopt).scope, "last_30_days");
   EXPECT_EQ(home.agents.lookUp("").scope, "last_30_days");
@@ -186,7 +186,7 @@ TEST(AgentsFile, EntryThatIsNoObjectIsWarnedAbout) {
 }
 
 TEST(AgentsFile, ControlCharactersOfAnIdStayOnTheLine) {
-  const Home home;
+  const AgentsHome home;
   home.write(R"({"agents": {"a\nb": 1}})");
   home.agents.lookUp("a\nb");
   EXPECT_THAT(home.lines,

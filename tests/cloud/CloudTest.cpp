@@ -42,7 +42,7 @@ const std::string kExpired =
     "web meetings: the connection key expired: it was created with an expiry on the web page 連接 "
     "AI. Next step: create a key on the web page 連接 AI and run `velta-mcp connect` (the binary "
     "inside Velta.app, see mcp/README.md)";
-const std::string kRefused =
+const std::string kKeyRefused =
     "web meetings: the connection key was refused: it was revoked on the web or never existed. "
     "Next "
     "step: create a key on the web page 連接 AI and run `velta-mcp connect` (the binary inside "
@@ -365,7 +365,7 @@ TEST_F(CloudRequest, AnyOtherRefusalIsARefusedKey) {
         R"({"Cause": "expired"})", R"({"error": "expired"})", R"(["expired"])", R"("expired")",
         R"([{"cause": "expired"}])", R"({"cause": "exp\nired"})", R"({"cause": "expire d"})",
         R"({"cause": ""})", R"({"cause": "expired"} trailing)"}) {
-    EXPECT_EQ(failureWith({.status = 401, .body = body}), Failure("auth", kRefused)) << body;
+    EXPECT_EQ(failureWith({.status = 401, .body = body}), Failure("auth", kKeyRefused)) << body;
   }
 }
 
@@ -374,11 +374,11 @@ TEST_F(CloudRequest, OnlyThe200FirstCharactersOfACauseCount) {
     return failureWith({.status = 401, .body = R"({"cause": ")" + cause + R"("})"}).second;
   };
   EXPECT_EQ(refusal(std::string(193, 'x') + "expired"), kExpired);
-  EXPECT_EQ(refusal(std::string(194, 'x') + "expired"), kRefused);
+  EXPECT_EQ(refusal(std::string(194, 'x') + "expired"), kKeyRefused);
   std::string wide;
   for (int i = 0; i < 193; ++i) wide += "中";
   EXPECT_EQ(refusal(wide + "expired"), kExpired);
-  EXPECT_EQ(refusal(wide + "中expired"), kRefused);
+  EXPECT_EQ(refusal(wide + "中expired"), kKeyRefused);
 }
 
 TEST_F(CloudRequest, OnlyThe4000FirstBytesOfARefusalCount) {
@@ -387,7 +387,7 @@ TEST_F(CloudRequest, OnlyThe4000FirstBytesOfARefusalCount) {
     return begin + std::string(size - begin.size() - 2, 'x') + "\"}";
   };
   EXPECT_EQ(failureWith({.status = 401, .body = ofSize(4000)}), Failure("auth", kExpired));
-  EXPECT_EQ(failureWith({.status = 401, .body = ofSize(4001)}), Failure("auth", kRefused));
+  EXPECT_EQ(failureWith({.status = 401, .body = ofSize(4001)}), Failure("auth", kKeyRefused));
   EXPECT_EQ(
       failureWith({.status = 401, .body = R"({"cause": "expired"})" + std::string(9999, ' ')}),
       Failure("auth", kExpired));

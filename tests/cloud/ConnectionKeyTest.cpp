@@ -24,8 +24,8 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::UnorderedElementsAre;
 
-const std::string kOtherKey = "velta_pat_" + std::string(43, 'Z');
-const std::string kNextStep =
+const std::string kSecondKey = "velta_pat_" + std::string(43, 'Z');
+const std::string kKeyNextStep =
     "Next step: create a key on the web page 連接 AI and run `velta-mcp connect` (the binary "
     "inside "
     "Velta.app, see mcp/README.md)";
@@ -72,7 +72,7 @@ class LoadKey : public testing::Test {
   }
 
   std::string notInFile() const {
-    return path_ + " does not hold a Velta connection key. " + kNextStep;
+    return path_ + " does not hold a Velta connection key. " + kKeyNextStep;
   }
 
   TemporaryFolder folder_;
@@ -81,7 +81,8 @@ class LoadKey : public testing::Test {
 };
 
 const std::string kNotInVariable =
-    "env VELTA_TOKEN is not a Velta connection key (velta_pat_ plus 43 characters). " + kNextStep;
+    "env VELTA_TOKEN is not a Velta connection key (velta_pat_ plus 43 characters). " +
+    kKeyNextStep;
 
 TEST_F(LoadKey, WithoutVariableAndFileIsNotConnected) { expectNoKey("not connected", true); }
 
@@ -98,8 +99,8 @@ TEST_F(LoadKey, TheFileIsTheSourceOfItsKey) {
 
 TEST_F(LoadKey, TheVariableWinsOverTheFile) {
   writeKeyFile(kTestKey + "\n");
-  setVariable(kOtherKey);
-  expectKey(kOtherKey, "env VELTA_TOKEN");
+  setVariable(kSecondKey);
+  expectKey(kSecondKey, "env VELTA_TOKEN");
 }
 
 TEST_F(LoadKey, ABlankVariableFallsThroughToTheFile) {
@@ -216,8 +217,8 @@ TEST_F(LoadKey, AFileWithoutTheRightToReadCannotBeRead) {
 TEST_F(LoadKey, NothingIsKeptBetweenCalls) {
   writeKeyFile(kTestKey);
   expectKey(kTestKey, path_);
-  writeKeyFile(kOtherKey);
-  expectKey(kOtherKey, path_);
+  writeKeyFile(kSecondKey);
+  expectKey(kSecondKey, path_);
   std::filesystem::remove(path_);
   expectNoKey("not connected", true);
 }
@@ -278,7 +279,7 @@ TEST_F(SaveKey, OnlyTheUserMayReadTheFileWhateverTheUmaskIs) {
 }
 
 TEST_F(SaveKey, TightensTheModeOfAnOldFile) {
-  folder_.write("cloud-token", kOtherKey);
+  folder_.write("cloud-token", kSecondKey);
   ASSERT_EQ(::chmod(path_.c_str(), 0666), 0);
   saveKey(config_, kTestKey);
   EXPECT_EQ(modeOf(path_), 0600U);
@@ -286,10 +287,10 @@ TEST_F(SaveKey, TightensTheModeOfAnOldFile) {
 }
 
 TEST_F(SaveKey, ReplacesTheFileAndDoesNotWriteIntoIt) {
-  folder_.write("cloud-token", kOtherKey + "\n");
+  folder_.write("cloud-token", kSecondKey + "\n");
   std::filesystem::create_hard_link(path_, folder_.file("old"));
   saveKey(config_, kTestKey);
-  EXPECT_EQ(folder_.read("old"), kOtherKey + "\n");  // a reader that had it open sees all of it
+  EXPECT_EQ(folder_.read("old"), kSecondKey + "\n");  // a reader that had it open sees all of it
   EXPECT_EQ(folder_.read("cloud-token"), kTestKey + "\n");
 }
 
@@ -319,8 +320,8 @@ TEST_F(SaveKey, TheTemporaryFileIsNamedAfterTheProcess) {
 }
 
 TEST_F(SaveKey, TakesAwayWhatWasCutOffBefore) {
-  folder_.write(".cloud-token.1", kOtherKey);
-  folder_.write(".cloud-token." + std::to_string(::getpid()), kOtherKey);
+  folder_.write(".cloud-token.1", kSecondKey);
+  folder_.write(".cloud-token." + std::to_string(::getpid()), kSecondKey);
   folder_.write("cloud-token.1", "something else");
   saveKey(config_, kTestKey);
   EXPECT_THAT(folder_.names(), UnorderedElementsAre("cloud-token", "cloud-token.1"));
@@ -329,15 +330,15 @@ TEST_F(SaveKey, TakesAwayWhatWasCutOffBefore) {
 
 TEST_F(SaveKey, WhatWasCutOffIsFoundWhateverTheHomeIsCalled) {
   config_.home = folder_.makeFolder("a[b]*?c");
-  folder_.write("a[b]*?c/.cloud-token.1", kOtherKey);
-  folder_.write("ab-c/.cloud-token.1", kOtherKey);
+  folder_.write("a[b]*?c/.cloud-token.1", kSecondKey);
+  folder_.write("ab-c/.cloud-token.1", kSecondKey);
   removeUnfinishedKeys(config_);
   EXPECT_FALSE(folder_.has("a[b]*?c/.cloud-token.1"));
   EXPECT_TRUE(folder_.has("ab-c/.cloud-token.1"));
 }
 
 TEST_F(SaveKey, FollowsALinkSoThatItStaysOne) {
-  folder_.write("kept/key", kOtherKey + "\n");
+  folder_.write("kept/key", kSecondKey + "\n");
   std::filesystem::create_symlink("kept/key", path_);
   saveKey(config_, kTestKey);
   EXPECT_TRUE(std::filesystem::is_symlink(path_));

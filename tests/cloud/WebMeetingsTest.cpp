@@ -39,7 +39,7 @@ using testing::IsEmpty;
 using Reply = FakeService::Reply;
 using Request = FakeService::Request;
 
-constexpr const char* kCacheName = "velta-mcp-cloud-cache.json";
+constexpr const char* kCacheFile = "velta-mcp-cloud-cache.json";
 const std::string kNextStep =
     "Next step: create a key on the web page 連接 AI and run `velta-mcp connect` (the binary "
     "inside "
@@ -141,7 +141,7 @@ class WebMeetingsTest : public testing::Test {
     });
   }
 
-  bool hasCache() const { return folder_.has(kCacheName); }
+  bool hasCache() const { return folder_.has(kCacheFile); }
 
   static constexpr double kSeconds = 1791790200;  // 2026-10-12T07:30:00Z
   const Instant kNow = instantFromSeconds(kSeconds);
@@ -151,7 +151,7 @@ class WebMeetingsTest : public testing::Test {
   Config config_{
       folder_.path(),
       {{"HOME", folder_.path()}, {"VELTA_TOKEN", kTestKey}, {"VELTA_API_BASE", service_.origin()}}};
-  std::string cache_ = folder_.file(kCacheName);
+  std::string cache_ = folder_.file(kCacheFile);
   URLSessionFetcher fetcher_{config_.env};
 };
 
@@ -625,19 +625,19 @@ TEST_F(WebMeetingsTest, ABrokenCacheCostsOneDownloadAndNoMeeting) {
   service_.serve(webMeetingTexts(1, 3));
   WebMeetings first = started();
   syncAndSave(first);
-  const std::string good = folder_.read(kCacheName);
+  const std::string good = folder_.read(kCacheFile);
   for (const std::string& bad :
        {std::string(), good.substr(0, good.size() - 2), good.substr(0, good.size() / 2), good + "x",
         "[" + good + "]",
         std::string(R"([{"rev": "1", "meeting": {"id": "m", "source": "cloud"}}])"),
         std::string("[]"), std::string("null"), std::string("5"), std::string("\xFF\xFE"),
         std::string(1000, '\0'), std::string(100'000, '[')}) {
-    folder_.write(kCacheName, bad);
+    folder_.write(kCacheFile, bad);
     EXPECT_THAT(readCloudCache(cache_), IsEmpty());
     WebMeetings meetings = started();
     EXPECT_EQ(statusOf(meetings), success(3, 3, 0));
     meetings.save();
-    EXPECT_EQ(folder_.read(kCacheName), good);
+    EXPECT_EQ(folder_.read(kCacheFile), good);
     EXPECT_EQ(statusOf(meetings), success(3, 0, 0));
   }
 }
@@ -646,7 +646,7 @@ TEST_F(WebMeetingsTest, EntriesOfTheCacheThatAreNoRowsAreSkippedOneByOne) {
   service_.serve(webMeetingTexts(1, 2));
   WebMeetings first = started();
   syncAndSave(first);
-  JSON cache = parseJSON(folder_.read(kCacheName));
+  JSON cache = parseJSON(folder_.read(kCacheFile));
   const JSON good = *cache.asObject()->get(uuidOf(1));
   std::size_t number = 3;
   for (const char* bad :
@@ -656,13 +656,13 @@ TEST_F(WebMeetingsTest, EntriesOfTheCacheThatAreNoRowsAreSkippedOneByOne) {
         R"({"rev": "1", "meeting": {"source": "cloud"}})"}) {
     cache.asObject()->set(uuidOf(number++), parseJSON(bad));
   }
-  folder_.write(kCacheName, writeCompact(cache));
+  folder_.write(kCacheFile, writeCompact(cache));
   EXPECT_EQ(readCloudCache(cache_).size(), 2U);
   expectSameRows(readCloudCache(cache_), first.rows());
 }
 
 TEST_F(WebMeetingsTest, ACacheThatIsAFolderOrAPipeCountsAsEmpty) {
-  folder_.makeFolder(kCacheName);
+  folder_.makeFolder(kCacheFile);
   EXPECT_THAT(readCloudCache(cache_), IsEmpty());
   std::filesystem::remove(cache_);
   EXPECT_THAT(readCloudCache(cache_), IsEmpty());
@@ -717,11 +717,11 @@ TEST_F(WebMeetingsTest, TheCacheIsReadableByTheUserOnlyAndLeavesNothingElse) {
   struct stat info = {};
   ASSERT_EQ(::stat(cache_.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 07777U, 0600U);
-  EXPECT_THAT(folder_.names(), ElementsAre(kCacheName));
+  EXPECT_THAT(folder_.names(), ElementsAre(kCacheFile));
 }
 
 TEST_F(WebMeetingsTest, ALooseCacheIsTightenedWhenItIsWritten) {
-  folder_.write(kCacheName, "{}");
+  folder_.write(kCacheFile, "{}");
   ASSERT_EQ(::chmod(cache_.c_str(), 0666), 0);
   service_.serve(webMeetingTexts(1, 1));
   WebMeetings meetings = started();
@@ -737,7 +737,7 @@ TEST_F(WebMeetingsTest, TheCacheMapsIdsToRevMeetingAndApplied) {
   statusOf(meetings);
   meetings.setApplied(uuidOf(2), true);
   meetings.save();
-  const JSON cache = parseJSON(folder_.read(kCacheName));
+  const JSON cache = parseJSON(folder_.read(kCacheFile));
   ASSERT_NE(cache.asObject(), nullptr);
   EXPECT_THAT(cache.asObject()->keys(), ElementsAre(uuidOf(1), uuidOf(2)));
   const JSONObject* first = cache.asObject()->getObject(uuidOf(1));
@@ -755,7 +755,7 @@ TEST_F(WebMeetingsTest, TheKeyIsNotInTheCache) {
   service_.serve(webMeetingTexts(1, 3));
   WebMeetings meetings = started();
   syncAndSave(meetings);
-  EXPECT_THAT(folder_.read(kCacheName), testing::Not(HasSubstr("velta_pat_")));
+  EXPECT_THAT(folder_.read(kCacheFile), testing::Not(HasSubstr("velta_pat_")));
 }
 
 TEST_F(WebMeetingsTest, AppliedIsTheRevThatWasMerged) {
@@ -815,7 +815,7 @@ TEST_F(WebMeetingsTest, AfterADisconnectNothingIsWritten) {
 
 TEST_F(WebMeetingsTest, ASaveThatFailsThrowsAndIsMadeUpFor) {
   service_.serve(webMeetingTexts(1, 3));
-  folder_.makeFolder(std::string(kCacheName) + "/full");  // nothing can be renamed over it
+  folder_.makeFolder(std::string(kCacheFile) + "/full");  // nothing can be renamed over it
   WebMeetings meetings = started();
   EXPECT_EQ(statusOf(meetings), success(3, 3, 0));
   EXPECT_THROW(meetings.save(), std::system_error);

@@ -749,11 +749,11 @@ TEST_F(WebMerge, WarningOfTheSyncWinsOverThatOfTheCache) {
 
 // --- against an index that is built anew
 
-using Shown = std::map<std::string, std::vector<std::string>>;
+using ShownById = std::map<std::string, std::vector<std::string>>;
 
 // What an index shows of its meetings, by id.
-Shown shownBy(const Index& index) {
-  Shown shown;
+ShownById shownById(const Index& index) {
+  ShownById shown;
   for (const auto& [id, entry] : index.entries()) {
     std::vector<std::string>& values = shown[id];
     values = {entry.key, entry.visibility, writeCompact(entry.meeting->toJSON()),
@@ -821,7 +821,7 @@ TEST_F(ChangingWebMeetings, RefreshedIndexIsTheOneThatIsBuiltAnew) {
     Index anew(
         home_.config, [this] { return home_.now; }, &web_);
     const auto built = anew.refresh(false);
-    ASSERT_EQ(shownBy(*index_), shownBy(anew)) << "round " << round;
+    ASSERT_EQ(shownById(*index_), shownById(anew)) << "round " << round;
     ASSERT_EQ(result.cloud.getInt("indexed"), built.cloud.getInt("indexed"));
     ASSERT_EQ(result.cloud.getInt("merged_into_local"), built.cloud.getInt("merged_into_local"));
   }

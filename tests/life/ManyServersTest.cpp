@@ -34,7 +34,7 @@ using testing::IsEmpty;
 using testing::Not;
 
 constexpr std::size_t kServers = 8;
-constexpr std::size_t kUsualCalls = 250;     // of each server
+constexpr std::size_t kCallsOfEach = 250;    // of each server
 constexpr std::size_t kCallsOfAServer = 90;  // until another takes its place
 
 // Of four servers one serves a client that sees little.
@@ -43,7 +43,7 @@ bool isOutsider(std::size_t number) { return number % 4 == 3; }
 // VELTA_LIFE_CALLS: how many calls each server gets, for a longer run.
 std::size_t callsOfEach() {
   const char* wanted = std::getenv("VELTA_LIFE_CALLS");
-  return wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : kUsualCalls;
+  return wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : kCallsOfEach;
 }
 
 // Changes the world until it is told to stop.

@@ -29,16 +29,16 @@ std::string ask(std::size_t capacity = 256) {
 }
 
 // A pipe whose ends close on exec.
-struct Pipe {
-  Pipe() {
+struct PipePair {
+  PipePair() {
     if (::pipe(ends.data()) != 0) throw std::runtime_error("pipe");
   }
-  ~Pipe() {
+  ~PipePair() {
     ::close(ends[0]);
     ::close(ends[1]);
   }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
+  PipePair(const PipePair&) = delete;
+  PipePair& operator=(const PipePair&) = delete;
 
   void put(const std::string& text) const {
     if (::write(ends[1], text.data(), text.size()) < 0) throw std::runtime_error("write");
@@ -114,9 +114,9 @@ class AtTerminal {
 
   const PseudoTerminal& terminal_;
   const std::function<std::string()> work_;
-  Pipe started_;
-  Pipe result_;
-  Pipe changes_;
+  PipePair started_;
+  PipePair result_;
+  PipePair changes_;
   pid_t shell_ = -1;
   pid_t job_ = 0;
   bool ended_ = false;
@@ -144,7 +144,7 @@ TEST(HiddenPrompt, EchoIsOffAtThePromptAndBackAfterwards) {
 
 TEST(HiddenPrompt, WhatWasTypedBeforeItIsNotTheAnswer) {
   PseudoTerminal terminal;
-  const Pipe begin;
+  const PipePair begin;
   AtTerminal process(terminal, [&begin] { return begin.take() == "begin" ? ask() : kNothing; });
   terminal.type("early\n");
   terminal.readUntil("early");  // the echo shows that it has arrived
@@ -190,7 +190,7 @@ TEST(HiddenPrompt, EmptyLineAndEndOfInputAreEmptyTexts) {
 }
 
 TEST(HiddenPrompt, ProcessWithoutTerminalGetsNothing) {
-  const Pipe result;
+  const PipePair result;
   const pid_t child = ::fork();
   if (child == 0) {
     ::setsid();  // a new session has no terminal

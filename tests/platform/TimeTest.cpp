@@ -33,18 +33,18 @@ TEST(Time, TimesBeyond32BitsExist) {
 }
 
 TEST(Time, LocalTimeIsOfTheCurrentZone) {
-  const double seconds = 1791790200;  // 2026-10-12T07:30:00Z
+  const double sinceEpoch = 1791790200;  // 2026-10-12T07:30:00Z
   {
     const TimeZone zone("Asia/Taipei");
-    EXPECT_EQ(fieldsOf(localTime(at(seconds))), std::tuple(2026, 10, 12, 15, 30, 0, 8 * 3600));
+    EXPECT_EQ(fieldsOf(localTime(at(sinceEpoch))), std::tuple(2026, 10, 12, 15, 30, 0, 8 * 3600));
   }
   {
     const TimeZone zone("America/New_York");
-    EXPECT_EQ(fieldsOf(localTime(at(seconds))), std::tuple(2026, 10, 12, 3, 30, 0, -4 * 3600));
+    EXPECT_EQ(fieldsOf(localTime(at(sinceEpoch))), std::tuple(2026, 10, 12, 3, 30, 0, -4 * 3600));
   }
   {
     const TimeZone zone("UTC");
-    EXPECT_EQ(fieldsOf(localTime(at(seconds))), std::tuple(2026, 10, 12, 7, 30, 0, 0));
+    EXPECT_EQ(fieldsOf(localTime(at(sinceEpoch))), std::tuple(2026, 10, 12, 7, 30, 0, 0));
   }
 }
 
@@ -67,8 +67,8 @@ TEST(Time, LocalDayDiffersFromUTCsAroundMidnight) {
 }
 
 TEST(Time, SecondsReadBack) {
-  for (const double seconds : {0.0, -1.5, 1791790200.25, 951782400.0}) {
-    EXPECT_DOUBLE_EQ(secondsSinceEpoch(instantFromSeconds(seconds)), seconds);
+  for (const double sinceEpoch : {0.0, -1.5, 1791790200.25, 951782400.0}) {
+    EXPECT_DOUBLE_EQ(secondsSinceEpoch(instantFromSeconds(sinceEpoch)), sinceEpoch);
   }
 }
 

@@ -21,6 +21,7 @@
 
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
+#include "session/Calls.h"
 #include "support/DataHome.h"
 #include "support/ServerProcess.h"
 
@@ -28,20 +29,18 @@ namespace velta {
 namespace {
 
 using test::DataHome;
+using test::onHome;
 using test::ServerProcess;
+using test::toolCall;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-const std::string kNextStep =
+const std::string kTermsNextStep =
     ". Nothing was changed. Next step: make the folder and the file writable for this user, then "
     "call add_term again";
 
-std::string callOf(const std::string& arguments) {
-  return R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"add_term",)"
-         R"("arguments":)" +
-         arguments + "}}";
-}
+std::string callOf(const std::string& arguments) { return toolCall("add_term", arguments); }
 
 std::string callOf(const std::string& wrong, const std::string& right) {
   return callOf(R"({"wrong":")" + wrong + R"(","right":")" + right + R"("})");
@@ -49,10 +48,6 @@ std::string callOf(const std::string& wrong, const std::string& right) {
 
 void allow(const DataHome& home) {
   home.write("agents.json", R"({"agents":{"claude-code":{"tools":{"add_terms":true}}}})");
-}
-
-ServerProcess::Options onHome(const DataHome& home) {
-  return {.arguments = {"--client", "claude-code"}, .environment = home.environment()};
 }
 
 // The object under "result" of an answer.
@@ -260,7 +255,7 @@ TEST(AddTerms, FileThatTheSystemRefusesToWriteIsNamedWithTheCauseAndKept) {
   ServerProcess server(options);
   EXPECT_EQ(failureOf(server.ask(callOf("new", "term"))),
             "Error executing tool add_term: could not save " + home.file("dictionary.json") +
-                ": File too large" + kNextStep);
+                ": File too large" + kTermsNextStep);
   EXPECT_EQ(home.read("dictionary.json"), old);
   for (const std::string& name : home.names())
     EXPECT_THAT(name, Not(HasSubstr(".tmp"))) << "a temporary file stays";
@@ -276,7 +271,7 @@ TEST(AddTerms, DirectoryInPlaceOfTheDictionaryIsNamedAndKept) {
   ServerProcess server(onHome(home));
   EXPECT_EQ(failureOf(server.ask(callOf("new", "term"))),
             "Error executing tool add_term: could not save " + home.file("dictionary.json") +
-                ": Is a directory" + kNextStep);
+                ": Is a directory" + kTermsNextStep);
   EXPECT_EQ(home.read("dictionary.json/kept"), "content");
 }
 
@@ -290,7 +285,7 @@ TEST(AddTerms, FileInPlaceOfTheDataHomeIsNamedAndKept) {
   ServerProcess server(options);
   EXPECT_EQ(failureOf(server.ask(callOf("new", "term"))),
             "Error executing tool add_term: could not save " +
-                home.file("no-folder/dictionary.json") + ": Not a directory" + kNextStep);
+                home.file("no-folder/dictionary.json") + ": Not a directory" + kTermsNextStep);
   EXPECT_EQ(home.read("no-folder"), "content");
 }
 
@@ -305,7 +300,7 @@ TEST(AddTerms, FolderThatMayNotBeWrittenIsNamedWithTheCauseAndKept) {
   ASSERT_EQ(::chmod(home.path().c_str(), 0755), 0);
   EXPECT_EQ(failureOf(answer), "Error executing tool add_term: could not save " +
                                    home.file("dictionary.json") + ": Permission denied" +
-                                   kNextStep);
+                                   kTermsNextStep);
   EXPECT_EQ(home.read("dictionary.json"), R"({"terms":[]})");
 }
 

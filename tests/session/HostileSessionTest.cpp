@@ -15,6 +15,7 @@
 
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
+#include "session/Calls.h"
 #include "support/DataHome.h"
 #include "support/ServerProcess.h"
 
@@ -22,8 +23,10 @@ namespace velta {
 namespace {
 
 using test::DataHome;
+using test::onHome;
 using test::runProgram;
 using test::ServerProcess;
+using test::toolCall;
 using testing::AllOf;
 using testing::Each;
 using testing::HasSubstr;
@@ -41,15 +44,6 @@ std::string pongOf(const std::string& id) {
   return R"({"jsonrpc":"2.0","id":)" + id + R"(,"result":{}})";
 }
 
-std::string callOf(const std::string& tool, const std::string& arguments = "{}") {
-  return R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":")" + tool +
-         R"(","arguments":)" + arguments + "}}";
-}
-
-ServerProcess::Options onHome(const DataHome& home) {
-  return {.arguments = {"--client", "claude-code"}, .environment = home.environment()};
-}
-
 // A recording with `lines` lines of text.
 void addRecording(const DataHome& home, const std::string& folder, int lines = 1) {
   std::string notes = R"({"title":")" + folder +
@@ -65,7 +59,7 @@ void letReadTranscripts(const DataHome& home) {
 }
 
 std::int64_t meetingCount(ServerProcess& server) {
-  const JSON answer = parseJSON(server.ask(callOf("list_meetings")));
+  const JSON answer = parseJSON(server.ask(toolCall("list_meetings")));
   return answer.asObject()
       ->getObject("result")
       ->getObject("structuredContent")
@@ -92,7 +86,7 @@ TEST(HostileSession, LineOfTenMegabytesIsAnswered) {
   id += '"';
   EXPECT_TRUE(server.ask(pingOf(id)) == pongOf(id));
   const std::string call =
-      server.ask(callOf("search_transcripts", R"({"query":)" + id + R"(,"limit":[]})"));
+      server.ask(toolCall("search_transcripts", R"({"query":)" + id + R"(,"limit":[]})"));
   EXPECT_THAT(call.substr(0, 200), HasSubstr("argument limit must be an integer, got []"));
   EXPECT_EQ(server.ask(pingOf("1")), pongOf("1"));
 }
@@ -105,7 +99,7 @@ TEST(HostileSession, MillionBracketsDoNotKillIt) {
   EXPECT_EQ(server.ask(open), kParseError);
   EXPECT_EQ(server.ask(open + close), kParseError);
   EXPECT_TRUE(server.ask(pingOf(open + close)) == pongOf(open + close));
-  EXPECT_THAT(server.ask(callOf("list_meetings", R"({"query":)" + open + close + "}")),
+  EXPECT_THAT(server.ask(toolCall("list_meetings", R"({"query":)" + open + close + "}")),
               HasSubstr("argument query must be a string, got [[[["));
   EXPECT_EQ(server.ask(pingOf("1")), pongOf("1"));
   EXPECT_EQ(server.finish().status, 0);
@@ -161,7 +155,7 @@ TEST(HostileSession, BatchesAreParseErrorsAndNullIdsAreNotAnswered) {
 TEST(HostileSession, EveryAnswerIsOneLineWhateverTheArgumentsHold) {
   const DataHome home;
   ServerProcess server(onHome(home));
-  const std::string answer = server.ask(callOf(R"(no\nsuch\r\u2028tool)"));
+  const std::string answer = server.ask(toolCall(R"(no\nsuch\r\u2028tool)"));
   EXPECT_THAT(answer, HasSubstr(R"(Unknown tool: no\nsuch\r)"));
   EXPECT_EQ(server.ask(pingOf("1")), pongOf("1"));
 }
@@ -176,7 +170,7 @@ TEST(HostileSession, ClientThatClosesItsEndInMidAnswerEndsTheServerWithStatusZer
   // Far more than a pipe holds, of which the client takes one line and goes.
   std::string requests = pingOf("1") + "\n";
   for (int i = 0; i < 50; ++i)
-    requests += callOf("search_transcripts", R"({"query":"deposit","limit":200})") + "\n";
+    requests += toolCall("search_transcripts", R"({"query":"deposit","limit":200})") + "\n";
   server.write(requests);
   EXPECT_EQ(server.readLine(), pongOf("1"));
   server.closeOutput();
@@ -207,7 +201,7 @@ TEST(HostileSession, StandardErrorThatNobodyReadsDoesNotStallTheProtocol) {
   ServerProcess server(options);
   EXPECT_EQ(server.ask(pingOf("1")), pongOf("1"));
   EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
-  EXPECT_THAT(server.ask(callOf("list_meetings")), HasSubstr("The index is empty."));
+  EXPECT_THAT(server.ask(toolCall("list_meetings")), HasSubstr("The index is empty."));
   EXPECT_EQ(server.finish().status, 0);
 }
 
@@ -230,8 +224,8 @@ TEST(HostileSession, DataHomeThatCannotBeWrittenIsServedAllTheSame) {
     auto options = onHome(home);
     options.environment["MEETING_NOTES_HOME"] = home.file("file/home");
     ServerProcess server(options);
-    EXPECT_THAT(server.ask(callOf("list_meetings")), HasSubstr("The index is empty."));
-    EXPECT_THAT(server.ask(callOf("list_meetings")), HasSubstr("The index is empty."));
+    EXPECT_THAT(server.ask(toolCall("list_meetings")), HasSubstr("The index is empty."));
+    EXPECT_THAT(server.ask(toolCall("list_meetings")), HasSubstr("The index is empty."));
     const auto ending = server.finish();
     EXPECT_EQ(ending.status, 0);
     const std::string warning = "could not write the activity log";
@@ -272,8 +266,8 @@ TEST(HostileSession, NumbersBeyondADoubleSpoilNoAnswer) {
              R"("lines":[{"text":"deposit","t_start":1e400,"t_end":-1e999}]})");
   letReadTranscripts(home);
   ServerProcess server(onHome(home));
-  EXPECT_THAT(server.ask(callOf("list_meetings")), HasSubstr(R"("duration_sec":null)"));
-  const std::string hits = server.ask(callOf("search_transcripts", R"({"query":"deposit"})"));
+  EXPECT_THAT(server.ask(toolCall("list_meetings")), HasSubstr(R"("duration_sec":null)"));
+  const std::string hits = server.ask(toolCall("search_transcripts", R"({"query":"deposit"})"));
   EXPECT_THAT(hits, HasSubstr(R"("count":2)"));
   EXPECT_THAT(hits, testing::Not(HasSubstr("Infinity")));
 }
@@ -284,9 +278,9 @@ TEST(HostileSession, NotesNestedTooDeeplyAreAnErrorAndNotGigabytesOfBlanks) {
                                                std::string(100'000, '[') +
                                                std::string(100'000, ']') + "}");
   ServerProcess server(onHome(home));
-  EXPECT_THAT(server.ask(callOf("get_meeting", R"({"id":"rec-deep"})")),
+  EXPECT_THAT(server.ask(toolCall("get_meeting", R"({"id":"rec-deep"})")),
               HasSubstr("Error executing tool get_meeting: nested too deeply"));
-  EXPECT_THAT(server.ask(callOf("get_meeting", R"({"id":"rec-deep","sections":["verdict"]})")),
+  EXPECT_THAT(server.ask(toolCall("get_meeting", R"({"id":"rec-deep","sections":["verdict"]})")),
               HasSubstr(R"("isError":false)"));
   server.finish();
   EXPECT_THAT(home.lines("activity.jsonl"), SizeIs(2));
@@ -311,7 +305,7 @@ TEST(HostileSession, AgentsFileIsReadOnEveryCall) {
   home.write("agents.json", R"({"agents":{"claude-code":{"scope":"tagged"}}})");
   EXPECT_EQ(meetingCount(server), 0);
   home.write("agents.json", R"({"agents":{"claude-code":{"tools":{"search_meetings":false}}}})");
-  EXPECT_THAT(server.ask(callOf("list_meetings")), HasSubstr("is turned off for agent"));
+  EXPECT_THAT(server.ask(toolCall("list_meetings")), HasSubstr("is turned off for agent"));
   home.write("agents.json", "{");
   EXPECT_EQ(meetingCount(server), 1);
   home.remove("agents.json");
@@ -322,7 +316,7 @@ TEST(HostileSession, BrokenAgentsFileIsWarnedAboutOnce) {
   const DataHome home;
   home.write("agents.json", "[]");
   ServerProcess server(onHome(home));
-  for (int i = 0; i < 3; ++i) server.ask(callOf("no_such_tool"));
+  for (int i = 0; i < 3; ++i) server.ask(toolCall("no_such_tool"));
   const std::string errors = server.finish().errors;
   EXPECT_THAT(errors, StartsWith("meeting-notes MCP: " + home.file("agents.json") +
                                  " is broken (top level must be "));
@@ -339,7 +333,7 @@ TEST(HostileSession, SeveralServersAtOnceKeepEveryLineOfTheLogWhole) {
   for (int i = 0; i < kServers; ++i)
     servers.push_back(std::make_unique<ServerProcess>(onHome(home)));
   std::string requests;
-  for (int i = 0; i < kCalls; ++i) requests += callOf("list_meetings") + "\n";
+  for (int i = 0; i < kCalls; ++i) requests += toolCall("list_meetings") + "\n";
   for (const auto& server : servers) server->write(requests);
   for (const auto& server : servers) {
     for (int i = 0; i < kCalls; ++i)

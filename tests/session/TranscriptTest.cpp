@@ -59,7 +59,7 @@ std::vector<std::string> words(const std::string& text) {
   return found;
 }
 
-std::string contentOf(const fs::path& file) {
+std::string textOf(const fs::path& file) {
   std::ostringstream content;
   content << std::ifstream(file, std::ios::binary).rdbuf();
   return content.str();
@@ -133,7 +133,7 @@ class Transcript : public testing::TestWithParam<std::string> {};
 
 TEST_P(Transcript, GoesAsWritten) {
   const fs::path file = fs::path(kSessionFolder) / "transcripts" / (GetParam() + ".txt");
-  const std::string written = contentOf(file);
+  const std::string written = textOf(file);
   Performance run;
   std::istringstream stream(written);
   for (std::string line; std::getline(stream, line);) run.take(line);

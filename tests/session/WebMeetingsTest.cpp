@@ -31,6 +31,7 @@
 
 #include "json/JSONParser.h"
 #include "json/JSONWriter.h"
+#include "session/Calls.h"
 #include "support/DataHome.h"
 #include "support/Faults.h"
 #include "support/LoopbackServer.h"
@@ -47,6 +48,7 @@ using test::LoopbackServer;
 using test::PseudoTerminal;
 using test::runProgram;
 using test::ServerProcess;
+using test::toolCall;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -213,11 +215,6 @@ class WebMeetings : public testing::Test {
   Service service_;
 };
 
-std::string callOf(const std::string& tool, const std::string& arguments = "{}") {
-  return R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":")" + tool +
-         R"(","arguments":)" + arguments + "}}";
-}
-
 // What a call that must succeed gives.
 JSONObject contentOf(const std::string& answer) {
   const JSON parsed = parseJSON(answer);
@@ -228,7 +225,7 @@ JSONObject contentOf(const std::string& answer) {
 }
 
 JSONObject listMeetings(ServerProcess& server) {
-  return contentOf(server.ask(callOf("list_meetings")));
+  return contentOf(server.ask(toolCall("list_meetings")));
 }
 
 std::vector<std::string> idsOf(const JSONObject& listed) {
@@ -276,7 +273,7 @@ TEST_F(WebMeetings, AreListedBesideLocalOnesAndMergedIntoTheirTwins) {
             R"("unfinished":0})");
 
   const JSONObject twin = contentOf(
-      server.ask(callOf("get_meeting", R"({"id":"rec-twin","sections":["user_notes"]})")));
+      server.ask(toolCall("get_meeting", R"({"id":"rec-twin","sections":["user_notes"]})")));
   EXPECT_EQ(twin.getString("title"), "Local");
   EXPECT_THAT(writeCompact(twin), HasSubstr("From the web"));
   const auto ending = server.finish();
@@ -827,7 +824,7 @@ TEST_F(WebMeetings, KeyIsInNoOutputAndInNoOtherFile) {
   });
   output += writeCompact(listMeetings(server));
   EXPECT_THAT(output, HasSubstr("did not answer JSON (first bytes '<p>Bearer ***"));
-  server.ask(callOf("search_transcripts", R"({"query":")" + kA + "\"}"));
+  server.ask(toolCall("search_transcripts", R"({"query":")" + kA + "\"}"));
   const auto ending = server.finish();
   for (const std::string action : {"status", "connect"}) {
     const auto told = runAction(action, environment(), kKey);

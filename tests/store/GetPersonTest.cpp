@@ -22,7 +22,7 @@ constexpr std::string_view kNobody =
     "Nobody by that name in the visible meetings. Names are as written in each meeting; try a "
     "shorter part of the name";
 
-std::vector<std::string> ids(const JSONObject& result) {
+std::vector<std::string> meetingIds(const JSONObject& result) {
   return column(result, "meetings", "meeting_id");
 }
 
@@ -87,7 +87,7 @@ TEST_F(GetPerson, PartOfANameInAnyCaseFindsThePerson) {
     EXPECT_EQ(first(store_.person(name), "name_in_meeting"), R"("Amy Wu")") << name;
     EXPECT_EQ(store_.person(name).getString("name"), name);  // as asked
   }
-  EXPECT_THAT(ids(store_.person("Amy  Wu")), IsEmpty());
+  EXPECT_THAT(meetingIds(store_.person("Amy  Wu")), IsEmpty());
 }
 
 TEST_F(GetPerson, SimplifiedNameFindsThePersonWrittenInTraditionalCharacters) {
@@ -127,7 +127,7 @@ TEST_F(GetPerson, KeyOfThePeopleListSelectsEveryMeetingWithPeople) {
   addPerson("a", R"({"name": "Bo", "role": "PM"})");
   addPerson("b", R"({"name": "Mei", "role": 5})");
   store_.add("nobody");
-  EXPECT_THAT(ids(store_.person("role")), ElementsAre("a", "b"));
+  EXPECT_THAT(meetingIds(store_.person("role")), ElementsAre("a", "b"));
 }
 
 TEST_F(GetPerson, NameThatIsNoTextIsNobody) {
@@ -137,7 +137,7 @@ TEST_F(GetPerson, NameThatIsNoTextIsNobody) {
 
 TEST_F(GetPerson, PersonOfTheNotesAloneIsNotFound) {
   store_.add("m", R"("notes": {"people": [{"name": "Amy"}], "decisions": [{"owner": "Amy"}]})");
-  EXPECT_THAT(ids(store_.person("Amy")), IsEmpty());
+  EXPECT_THAT(meetingIds(store_.person("Amy")), IsEmpty());
 }
 
 // --- what is told
@@ -228,7 +228,7 @@ TEST_F(GetPerson, MeetingsComeOldestFirstAndUndatedBeforeAllDated) {
   addPerson("undated", R"({"name": "Amy"})");
   addPerson("old", R"({"name": "Amy"})", R"("date": "2025-12-31")");
   const JSONObject result = store_.person("Amy");
-  EXPECT_THAT(ids(result), ElementsAre("undated", "old", "new"));
+  EXPECT_THAT(meetingIds(result), ElementsAre("undated", "old", "new"));
   EXPECT_THAT(column(result, "talk_share_trend", "meeting_id"),
               ElementsAre("undated", "old", "new"));
   EXPECT_EQ(first(result, "date"), "null");
@@ -241,7 +241,7 @@ TEST_F(GetPerson, MeetingsOfOneDateComeInIndexOrder) {
   addPerson("m", R"({"name": "Amy"})", R"("date": "2026-01-01", "started_at": "2026-01-01T09:00")");
   addPerson("a", R"({"name": "Amy"})");
   addPerson("c", R"({"name": "Amy"})", R"("date": "2026-01-01")");
-  EXPECT_THAT(ids(store_.person("Amy")), ElementsAre("b", "a", "z", "m", "c"));
+  EXPECT_THAT(meetingIds(store_.person("Amy")), ElementsAre("b", "a", "z", "m", "c"));
 }
 
 // --- filters and access
@@ -252,7 +252,7 @@ TEST_F(GetPerson, DatesAreInclusiveAndDropWhatHasNoDate) {
   addPerson("undated", R"({"name": "Amy"})");
   const auto between = [&](const std::optional<std::string>& from,
                            const std::optional<std::string>& to) {
-    return ids(store_.personIn({.name = "Amy", .dateFrom = from, .dateTo = to}));
+    return meetingIds(store_.personIn({.name = "Amy", .dateFrom = from, .dateTo = to}));
   };
   EXPECT_THAT(between("2026-01-02", {}), ElementsAre("02", "03"));
   EXPECT_THAT(between({}, "2026-01-02"), ElementsAre("01", "02"));
@@ -277,7 +277,7 @@ TEST_F(GetPerson, MeetingThatOnlyTheDatesLeaveOutHasTheSameNote) {
 TEST_F(GetPerson, CallerWhoSeesNoMeetingAtAllIsToldWhy) {
   store_.add("m", R"("people": [{"name": "Amy"}])", "secret");
   const JSONObject result = store_.person("Amy");
-  EXPECT_THAT(ids(result), IsEmpty());
+  EXPECT_THAT(meetingIds(result), IsEmpty());
   EXPECT_EQ(result.getString("note"), store_.access.noneVisibleMessage(store_.home.index).value());
 }
 
@@ -287,7 +287,7 @@ TEST_F(GetPerson, HiddenMeetingsCountForNothing) {
   store_.add("tagged", R"("people": [{"name": "Amy", "talk_sec": 500}])", "work", {"private"});
   store_.access.hidePrivate = true;
   const JSONObject result = store_.person("Amy");
-  EXPECT_THAT(ids(result), ElementsAre("seen"));
+  EXPECT_THAT(meetingIds(result), ElementsAre("seen"));
   EXPECT_EQ(result.getNumber("total_talk_sec"), 5);
 }
 
