@@ -111,14 +111,16 @@ class Search::Best {
  public:
   explicit Best(std::size_t room) : room_(room) {}
 
-  void add(const Found& found) {
+  // Tells whether `found` is one of the best so far.
+  bool add(const Found& found) {
     if (heap_.size() == room_) {
-      if (!isBefore(found, heap_.front())) return;
+      if (!isBefore(found, heap_.front())) return false;
       std::ranges::pop_heap(heap_, isBefore);
       heap_.pop_back();
     }
     heap_.push_back(found);
     std::ranges::push_heap(heap_, isBefore);
+    return true;
   }
 
   // Moves the hits of `request` to the end of `hits`, best first.
@@ -173,7 +175,9 @@ void Search::searchLines(const Index::Entry& entry, Best& best) const {
   if (std::ranges::find(speakers, true) == speakers.end()) return;
   MatchingLines matching(request_.tokens, lines.texts());
   for (auto line = matching.next(); line; line = matching.next()) {
-    if (speakers[lines.speakerIndex(*line)]) best.add({&entry, lines.tStart(*line), *line});
+    if (!speakers[lines.speakerIndex(*line)]) continue;
+    const bool isWanted = best.add({&entry, lines.tStart(*line), *line});
+    if (!isWanted && lines.isInTimeOrder()) return;  // those behind it come later still
   }
 }
 

@@ -3,7 +3,7 @@
 // Hits come by the meeting's date, newest first, undated last; on one date those without a time
 // first, then by time, then by the order of the index, then by their number in the meeting. So the
 // meetings are walked newest first, day by day, and the walk stops with the day that fills the
-// wanted number.
+// wanted number. On that day a meeting is left with the first line that comes too late.
 #pragma once
 
 #include <cstddef>

@@ -78,9 +78,12 @@ Meeting randomMeeting(Random& random, std::size_t number) {
   JSONObject notes;
   notes.set("quotes", std::move(quotes));
   meeting.notes = std::move(notes);
+  const bool isInTimeOrder = random.oneIn(2);
+  double start = 0;
   for (std::size_t count = random.below(30); count > 0; --count) {
-    meeting.lines.append("", static_cast<double>(random.below(8)), std::nullopt,
-                         random.pick(kSpeakers), random.words(kVocabulary, 4));
+    start = static_cast<double>(random.below(isInTimeOrder ? 2 : 8)) + (isInTimeOrder ? start : 0);
+    meeting.lines.append("", start, std::nullopt, random.pick(kSpeakers),
+                         random.words(kVocabulary, 4));
   }
   meeting.lines.settleIds();
   std::vector<Meeting::Digest> digest;
