@@ -153,7 +153,7 @@ WebMeetings::Rows readCloudCache(const std::string& path) {
   WebMeetings::Rows rows;
   try {
     RowHandler handler(rows);
-    parseJSONEvents(readFile(path), handler);
+    parseJSONEvents(readFileBytes(path).view(), handler);
     return rows;
   } catch (const std::system_error&) {
     return {};

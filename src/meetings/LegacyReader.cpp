@@ -79,10 +79,10 @@ class Record {
 };
 
 Record parseRecord(const std::string& path) {
-  const std::string bytes = readMainFile(path);
+  const FileBytes file = readMainFile(path);
   JSON value;
   try {
-    value = parseJSON(bytes);
+    value = parseJSON(file.view());
   } catch (const JSONParseError& error) {
     throw Sources::ReadError(notAnObject(path, error.what()));
   }

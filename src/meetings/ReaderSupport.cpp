@@ -16,9 +16,9 @@ std::string notAnObject(const std::string& path, const std::string& cause) {
   return message;
 }
 
-std::string readMainFile(const std::string& path) {
+FileBytes readMainFile(const std::string& path) {
   try {
-    return readFile(path);
+    return readFileBytes(path);
   } catch (const std::system_error& error) {
     throw Sources::ReadError(notAnObject(path, error.code().message()));
   }
@@ -26,7 +26,7 @@ std::string readMainFile(const std::string& path) {
 
 std::optional<JSONObject> readOptionalObject(const std::string& path) {
   try {
-    JSON value = parseJSON(readFile(path));
+    JSON value = parseJSON(readFileBytes(path).view());
     if (JSONObject* object = value.asObject()) return std::move(*object);
   } catch (const std::system_error&) {
     return std::nullopt;

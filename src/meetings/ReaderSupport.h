@@ -9,6 +9,7 @@
 
 #include "json/JSON.h"
 #include "meetings/Sources.h"
+#include "platform/Files.h"
 #include "platform/Time.h"
 
 namespace velta {
@@ -17,7 +18,7 @@ namespace velta {
 std::string notAnObject(const std::string& path, const std::string& cause);
 
 // The bytes of a meeting's main file. Throws Sources::ReadError.
-std::string readMainFile(const std::string& path);
+FileBytes readMainFile(const std::string& path);
 
 // The object in the file at `path`; absent when there is none, for whatever reason.
 std::optional<JSONObject> readOptionalObject(const std::string& path);

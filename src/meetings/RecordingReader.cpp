@@ -71,9 +71,9 @@ JSONObject restObject(RecordingFile& file, const std::string& mainPath) {
 }
 
 RecordingFile parsed(const std::string& mainPath) {
-  const std::string bytes = readMainFile(mainPath);
+  const FileBytes file = readMainFile(mainPath);
   try {
-    return parseRecordingFile(bytes);
+    return parseRecordingFile(file.view());
   } catch (const JSONParseError& error) {
     throw Sources::ReadError(notAnObject(mainPath, error.what()));
   }

@@ -117,7 +117,7 @@ std::optional<std::string> Sources::digestName(const std::string& record, double
   if (known != digestNames_.end() && known->second.modified == modified) return known->second.name;
   std::optional<std::string> name;
   try {
-    const JSON value = parseJSON(readFile(record));
+    const JSON value = parseJSON(readFileBytes(record).view());
     if (const JSONObject* object = value.asObject()) name = legacyDigestName(*object);
   } catch (const JSONParseError&) {
     // Remembered like any other outcome: the same bytes will not parse next time either.

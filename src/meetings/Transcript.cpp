@@ -23,14 +23,14 @@ std::string numberedId(std::size_t index) { return std::string("L") + std::to_st
 
 // Whether `id` is numberedId(index), without making that string.
 bool isNumberedId(std::string_view id, std::size_t index) {
-  if (!id.starts_with('L')) return false;
-  std::size_t rest = index + 1;
-  for (std::size_t at = id.size(); at > 1; --at) {
-    if (id[at - 1] != static_cast<char>('0' + rest % 10)) return false;
-    rest /= 10;
-    if (rest == 0) return at == 2;
+  constexpr std::size_t kMostDigits = 19;  // so many fit 64 bits
+  if (id.size() < 2 || id.size() > 1 + kMostDigits || id[0] != 'L' || id[1] == '0') return false;
+  std::uint64_t number = 0;
+  for (const char digit : id.substr(1)) {
+    if (digit < '0' || digit > '9') return false;
+    number = 10 * number + static_cast<std::uint64_t>(digit - '0');
   }
-  return false;
+  return number == index + 1;
 }
 
 // Hands out ids of one meeting, every one once.

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <utility>
@@ -352,31 +353,27 @@ bool leadsElsewhere(const std::string& path) {
   return !realPath(path).starts_with(joinPath(realPath(parentPath(path)), ""));
 }
 
-std::string readFile(const std::string& path) {
-  std::string bytes;
-  readFile(path, bytes);
-  return bytes;
-}
+std::string readFile(const std::string& path) { return std::string(readFileBytes(path).view()); }
 
-void readFile(const std::string& path, std::string& buffer) {
-  buffer.clear();
+FileBytes readFileBytes(const std::string& path) {
   const RegularFile file = openRegularFile(path);
-  const Descriptor& descriptor = file.descriptor;
-  // One byte more than the size, so that the read that fills it also shows the end.
-  buffer.resize(file.size + 1);
-  std::size_t filled = 0;
+  // One byte more than the size, so that there is room for the read that shows the end.
+  std::size_t room = file.size + 1;
+  FileBytes read{std::make_unique_for_overwrite<char[]>(room)};
   while (true) {
-    if (filled == buffer.size()) buffer.resize(std::max<std::size_t>(2 * filled, 4096));
-    const ssize_t count = ::read(descriptor.get(), buffer.data() + filled, buffer.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) {
-      buffer.clear();
-      fail("read", path);
+    if (read.size == room) {
+      room = std::max<std::size_t>(2 * room, 4096);
+      auto larger = std::make_unique_for_overwrite<char[]>(room);
+      std::memcpy(larger.get(), read.bytes.get(), read.size);
+      read.bytes = std::move(larger);
     }
-    if (count == 0) break;
-    filled += static_cast<std::size_t>(count);
+    char* const free = read.bytes.get() + read.size;
+    const ssize_t count = ::read(file.descriptor.get(), free, room - read.size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail("read", path);
+    if (count == 0) return read;
+    read.size += static_cast<std::size_t>(count);
   }
-  buffer.resize(filled);
 }
 
 bool createNewDirectory(const std::string& path) {

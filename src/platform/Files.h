@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,9 +37,17 @@ bool leadsElsewhere(const std::string& path);
 // (ENOTSUP, a directory EISDIR), since a FIFO may never end and a device may have no end.
 std::string readFile(const std::string& path);
 
-// The same into `buffer`, whose capacity is reused; its old content is gone either way.
-// Throws std::system_error.
-void readFile(const std::string& path, std::string& buffer);
+// What was read of a file, in room of its own that nothing was written to before: clearing it
+// first, as a string does, is two hundredths of the time that reading all meetings takes.
+struct FileBytes {
+  std::unique_ptr<char[]> bytes;
+  std::size_t size = 0;
+
+  std::string_view view() const { return {bytes.get(), size}; }
+};
+
+// The same as readFile, for what is only looked at.
+FileBytes readFileBytes(const std::string& path);
 
 // Creates `path` and missing parents, like mkdir -p. Throws std::system_error.
 void createDirectories(const std::string& path);

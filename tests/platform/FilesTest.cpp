@@ -137,23 +137,14 @@ TEST(ReadFile, MissingFileFailsAndNamesThePath) {
   }
 }
 
-TEST(ReadFile, BufferLosesItsOldContent) {
+TEST(ReadFile, BytesAreThoseOfTheText) {
   const TemporaryFolder folder;
-  std::string buffer = "something longer than the file";
-  readFile(folder.write("file", "new"), buffer);
-  EXPECT_EQ(buffer, "new");
-  EXPECT_THROW(readFile(folder.path(), buffer), std::system_error);
-  EXPECT_EQ(buffer, "");
-}
-
-TEST(ReadFile, BufferKeepsItsRoomForTheNextFile) {
-  const TemporaryFolder folder;
-  const std::string path = folder.write("small", "small");
-  std::string buffer;
-  buffer.reserve(100000);
-  const char* const room = buffer.data();
-  readFile(path, buffer);
-  EXPECT_EQ(buffer.data(), room);
+  const std::string bytes = std::string(100'000, 'x') + '\0';
+  const FileBytes read = readFileBytes(folder.write("file", bytes));
+  EXPECT_EQ(read.view(), bytes);
+  EXPECT_EQ(readFileBytes(folder.write("empty", "")).view(), "");
+  EXPECT_EQ(failureOf([&] { readFileBytes(folder.path()); }), EISDIR);
+  EXPECT_EQ(failureOf([&] { readFileBytes(folder.file("missing")); }), ENOENT);
 }
 
 TEST(ReadFile, TakesNoMoreRoomThanTheFileNeeds) {
