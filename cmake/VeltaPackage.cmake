@@ -29,6 +29,10 @@ install(FILES "${files}/completions/velta-mcp.fish"
 install(FILES README.md CHANGELOG.md SECURITY.md config.example.json
   data/NOTICE data/LICENSE-OpenCC
   DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+# What these link to, in the folders where they look for it.
+install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}"
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN draw EXCLUDE)
+install(DIRECTORY examples/clients examples/agents DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples")
 if(EXISTS "${CMAKE_SOURCE_DIR}/LICENSE")
   install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 endif()
