@@ -26,13 +26,9 @@ install(FILES "${files}/completions/_velta-mcp"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 install(FILES "${files}/completions/velta-mcp.fish"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md config.example.json
+install(FILES README.md CHANGELOG.md SECURITY.md config.example.json
   data/NOTICE data/LICENSE-OpenCC
   DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-# What these link to, in the folders where they look for it.
-install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}"
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN figures.json PATTERN draw EXCLUDE)
-install(DIRECTORY examples/clients examples/agents DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples")
 if(EXISTS "${CMAKE_SOURCE_DIR}/LICENSE")
   install(FILES LICENSE DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 endif()

@@ -95,6 +95,7 @@ async function jobEnding(script, clients, sources) {
       let answer = await ask();
       for (let asked = 1; answer.results[0].structuredContent.state === "running"; ++asked) {
         assert.ok(asked < 500, "the job never ended");
+        await new Promise((resolve) => setTimeout(resolve, 20));
         answer = await ask();
       }
       said.push(...answer.said);
